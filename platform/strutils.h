@@ -1,0 +1,64 @@
+// Declarations of the firmware's utility library libstrutils.so, as the daemon uses it.
+//
+// The library is closed; these are the operations the daemon calls and the parts of its
+// structures that the daemon reads (the count and the items of a list). On a development
+// host the stand-in in strutils_host.cpp implements them; its behaviour is described here.
+#pragma once
+
+extern "C" {
+
+// Key/value configuration store.
+struct taglist;
+
+// Parses the file at path into a tag list; returns nullptr when the file cannot be read.
+// Stand-in: lines "KEY=VALUE"; the value may stand in double quotes, which are removed;
+// blank lines and lines whose first non-blank character is '#' are ignored, and so are
+// lines without '='; the last occurrence of a key wins. The two flags are accepted and
+// not interpreted.
+taglist* load_taglist_ex(const char* path, int flag1, int flag2);
+
+// Returns the value text of key, or def when the key is absent (so a null default gives
+// null). The text stays owned by the list.
+const char* get_taglist_default_ex(taglist* list, const char* def, const char* key);
+
+// Releases a list returned by load_taglist_ex; nullptr is accepted.
+void free_taglist(taglist* list);
+
+// A list of integers.
+struct numlist {
+    int count;
+    int* nums;
+};
+
+// Reads the integers of text, separated by spaces, tabs, line ends or commas; returns
+// nullptr when it holds none. Stand-in: a token that is not a whole decimal integer that
+// fits an int is skipped.
+numlist* create_numlist(const char* text);
+void free_numlist(numlist* list);
+
+// A list of texts (IPv4 addresses as dotted text, or any short names).
+struct iplist {
+    int count;
+    char** items;
+};
+
+// A new empty list, or nullptr when memory runs out.
+iplist* init_iplist(void);
+// The dotted IPv4 addresses found in text, in order, as a new list; nullptr when text is
+// null. Stand-in: an address is four decimal numbers of 0..255 joined by dots and not
+// touching another digit or dot. The second argument is accepted and not interpreted.
+iplist* create_iplist(const char* text, int flag);
+// Adds a copy of item at the end. Returns 0, or -1 when memory runs out.
+int append_iplist(iplist* list, const char* item);
+// Adds a copy of item (the stand-in adds it at the end). Returns 0, or -1.
+int insert_iplist(iplist* list, const char* item);
+// Removes the first item equal to text. Returns 0, or -1 when no item is equal.
+int remove_iplist(iplist* list, const char* text);
+void free_iplist(iplist* list);
+
+// The whole content of the file at path as a newly allocated text that the caller frees
+// with free(); nullptr when it cannot be read. The second argument is accepted and not
+// interpreted by the stand-in.
+char* readfile(const char* path, int flag);
+
+} // extern "C"

@@ -1,0 +1,28 @@
+# Sourced by the README's commands: makes sure the Debian packages they need are installed.
+# As root the missing ones are installed with apt-get; otherwise they are named and the
+# command stops.
+ensure_packages() {
+    local missing=()
+    local pkg
+    for pkg in "$@"; do
+        if [ "$(dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null)" != "install ok installed" ]; then
+            missing+=("$pkg")
+        fi
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        echo "Missing Debian packages: ${missing[*]}" >&2
+        echo "Install them with: sudo apt-get install ${missing[*]}" >&2
+        exit 1
+    fi
+    echo "Installing Debian packages: ${missing[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# What building and running the daemon needs.
+BUILD_PACKAGES=(cmake make g++ util-linux tzdata python3 faketime)
+# What the tests need beyond that: GoogleTest, and its sources and a 32-bit compiler for
+# the 32-bit build.
+TEST_PACKAGES=(libgtest-dev googletest g++-multilib)
