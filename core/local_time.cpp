@@ -22,39 +22,25 @@ time_t local_time_of(const struct tm& tm)
     return normalise_local(&copy);
 }
 
-time_t start_of_hour(time_t t)
+namespace {
+
+// t's local date at the given time of day, normalised; a negative hour keeps t's own hour.
+time_t at_time_of_day(time_t t, int hour, int min, int sec)
 {
     struct tm tm = local_tm(t);
-    tm.tm_min = 0;
-    tm.tm_sec = 0;
+    if (hour >= 0)
+        tm.tm_hour = hour;
+    tm.tm_min = min;
+    tm.tm_sec = sec;
     return normalise_local(&tm);
 }
 
-time_t end_of_hour(time_t t)
-{
-    struct tm tm = local_tm(t);
-    tm.tm_min = 59;
-    tm.tm_sec = 59;
-    return normalise_local(&tm);
-}
+} // namespace
 
-time_t start_of_day(time_t t)
-{
-    struct tm tm = local_tm(t);
-    tm.tm_hour = 0;
-    tm.tm_min = 0;
-    tm.tm_sec = 0;
-    return normalise_local(&tm);
-}
-
-time_t end_of_day(time_t t)
-{
-    struct tm tm = local_tm(t);
-    tm.tm_hour = 23;
-    tm.tm_min = 59;
-    tm.tm_sec = 59;
-    return normalise_local(&tm);
-}
+time_t start_of_hour(time_t t) { return at_time_of_day(t, -1, 0, 0); }
+time_t end_of_hour(time_t t) { return at_time_of_day(t, -1, 59, 59); }
+time_t start_of_day(time_t t) { return at_time_of_day(t, 0, 0, 0); }
+time_t end_of_day(time_t t) { return at_time_of_day(t, 23, 59, 59); }
 
 time_t start_of_month(time_t t)
 {

@@ -46,10 +46,15 @@ void copy_name(char (&field)[NAME_SIZE], const char* text)
     snprintf(field, sizeof field, "%s", text ? text : "");
 }
 
-// The candidate start on the last day of tm's month, with the time of day given.
-struct tm last_day_at(const struct tm& month, int hour, int min, int sec)
+// Day d of tm's month at 00:00:00, or, when d is 0, the month's last day at the given time
+// of day; daylight saving is left to the library.
+struct tm cycle_day(const struct tm& month, int d, int hour, int min, int sec)
 {
-    struct tm day = last_day_of_month(month);
+    struct tm day = d == 0 ? last_day_of_month(month) : month;
+    if (d != 0) {
+        day.tm_mday = d;
+        hour = min = sec = 0;
+    }
     day.tm_hour = hour;
     day.tm_min = min;
     day.tm_sec = sec;
@@ -75,15 +80,7 @@ time_t billing_end_for(time_t billing_start, int d)
     // The latest cycle start on day d that is not after the billing start. For the last
     // day of the month only the first comparison uses 00:00:00; the earlier months are
     // compared at 23:59:59, as they always have been.
-    struct tm s = b;
-    if (d == 0) {
-        s = last_day_at(b, 0, 0, 0);
-    } else {
-        s.tm_mday = d;
-        s.tm_hour = 0;
-        s.tm_min = 0;
-        s.tm_sec = 0;
-    }
+    struct tm s = cycle_day(b, d, 0, 0, 0);
     // mktime normalises s in place, so each step back starts from the normalised date.
     // The steps are bounded: a start day far beyond any month could otherwise step back
     // through the whole calendar.
@@ -95,7 +92,7 @@ time_t billing_end_for(time_t billing_start, int d)
             s.tm_mon -= 1;
         }
         if (d == 0)
-            s = last_day_at(s, 23, 59, 59);
+            s = cycle_day(s, d, 23, 59, 59);
     }
 
     // The next cycle starts one month on, on day d again.
@@ -108,14 +105,7 @@ time_t billing_end_for(time_t billing_start, int d)
         s.tm_mon = 0;
         s.tm_year += 1;
     }
-    if (d == 0) {
-        s = last_day_at(s, 0, 0, 0);
-    } else {
-        s.tm_mday = d;
-        s.tm_hour = 0;
-        s.tm_min = 0;
-        s.tm_sec = 0;
-    }
+    s = cycle_day(s, d, 0, 0, 0);
     // The last second before the next cycle starts.
     return normalise_local(&s) - 1;
 }
