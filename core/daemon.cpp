@@ -239,7 +239,8 @@ void process_tick(daemon_state& state)
     read_link_usage(wan, state.wan_count, sim);
 
     clear_usage_totals(state.totals);
-    // While the clock has not been set no history moves and no bucket is initialised.
+    // While the clock has not been set no history moves and no bucket is initialised. The
+    // marker is looked at once per tick and holds for every record of the tick.
     bool clock_set = is_readable(TIME_INITIALIZED);
     for (int i = 0; i < state.wan_count; ++i) {
         if (clock_set)

@@ -29,6 +29,8 @@ void on_backup_request(int)
     ticks_since_backup = 0;
 }
 
+// _exit rather than exit: exit is not safe in a handler. The pid file is removed here,
+// which is all the exit handler would do; no backup is written on the way out.
 void on_terminate(int)
 {
     remove_pid_file();
