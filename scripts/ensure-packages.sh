@@ -22,7 +22,7 @@ ensure_packages() {
 }
 
 # What building and running the daemon needs.
-BUILD_PACKAGES=(cmake make g++ util-linux tzdata python3 faketime)
+BUILD_PACKAGES=(cmake make g++ util-linux mount tzdata python3 faketime)
 # What the tests need beyond that: GoogleTest, and its sources and a 32-bit compiler for
 # the 32-bit build.
 TEST_PACKAGES=(libgtest-dev googletest g++-multilib)
