@@ -1,6 +1,6 @@
 #include "core/quota_config.h"
 
-#include "core/local_time.h"
+#include "core/billing_cycle.h"
 #include "platform/platform.h"
 #include "platform/strutils.h"
 
@@ -46,22 +46,6 @@ void copy_name(char (&field)[NAME_SIZE], const char* text)
     snprintf(field, sizeof field, "%s", text ? text : "");
 }
 
-// Day d of tm's month at 00:00:00, or, when d is 0, the month's last day at the given time
-// of day; daylight saving is left to the library.
-struct tm cycle_day(const struct tm& month, int d, int hour, int min, int sec)
-{
-    struct tm day = d == 0 ? last_day_of_month(month) : month;
-    if (d != 0) {
-        day.tm_mday = d;
-        hour = min = sec = 0;
-    }
-    day.tm_hour = hour;
-    day.tm_min = min;
-    day.tm_sec = sec;
-    day.tm_isdst = -1;
-    return day;
-}
-
 } // namespace
 
 time_t get_config_time(const char* absolute_path)
@@ -74,40 +58,7 @@ time_t get_config_time(const char* absolute_path)
 
 time_t billing_end_for(time_t billing_start, int d)
 {
-    struct tm b = local_tm(billing_start);
-    time_t begin = local_time_of(b);
-
-    // The latest cycle start on day d that is not after the billing start. For the last
-    // day of the month only the first comparison uses 00:00:00; the earlier months are
-    // compared at 23:59:59, as they always have been.
-    struct tm s = cycle_day(b, d, 0, 0, 0);
-    // mktime normalises s in place, so each step back starts from the normalised date.
-    // The steps are bounded: a start day far beyond any month could otherwise step back
-    // through the whole calendar.
-    for (int steps = 0; normalise_local(&s) > begin && steps < 1200; ++steps) {
-        if (s.tm_mon == 0) {
-            s.tm_mon = 11;
-            s.tm_year -= 1;
-        } else {
-            s.tm_mon -= 1;
-        }
-        if (d == 0)
-            s = cycle_day(s, d, 23, 59, 59);
-    }
-
-    // The next cycle starts one month on, on day d again.
-    s.tm_hour = 0;
-    s.tm_min = 0;
-    s.tm_sec = 0;
-    s = local_tm(normalise_local(&s));
-    s.tm_mon += 1;
-    if (s.tm_mon == 12) {
-        s.tm_mon = 0;
-        s.tm_year += 1;
-    }
-    s = cycle_day(s, d, 0, 0, 0);
-    // The last second before the next cycle starts.
-    return normalise_local(&s) - 1;
+    return billing_cycle_end(billing_cycle_start(billing_start, d), d);
 }
 
 void load_wan_quota_config(wan_usage* records, int count, time_t* saved_mtime)

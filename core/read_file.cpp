@@ -2,6 +2,7 @@
 
 #include "platform/platform.h"
 
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -24,4 +25,30 @@ file_ptr open_for_reading(const char* absolute_path)
 bool is_readable(const char* absolute_path)
 {
     return open_for_reading(absolute_path) != nullptr;
+}
+
+void copy_lines(FILE* out, FILE* in, int max_lines)
+{
+    char line[256];
+    for (int copied = 0; copied < max_lines && fgets(line, sizeof line, in); ++copied)
+        fputs(line, out);
+}
+
+void dir_closer::operator()(DIR* dir) const { closedir(dir); }
+
+dir_ptr open_directory(const char* absolute_path)
+{
+    return dir_ptr(opendir(sys_path(absolute_path).c_str()));
+}
+
+bool directory_has(DIR* dir, const char* name)
+{
+    rewinddir(dir);
+    while (const dirent* entry = readdir(dir)) {
+        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0)
+            continue;
+        if (strcmp(entry->d_name, name) == 0)
+            return true;
+    }
+    return false;
 }

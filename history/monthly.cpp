@@ -1,8 +1,216 @@
 #include "history/monthly.h"
 
-// The monthly history is not kept yet: a tick leaves month_start and the files alone.
-void wu_monthly_rollover(wan_usage&) {}
-void export_monthly_csv(const wan_usage&) {}
-void aggregate_monthly_total(usage_totals&, wan_usage&) {}
-void rebuild_monthly_total(const usage_totals&) {}
-void update_monthly_total(const usage_totals&) {}
+#include "core/atomic_file.h"
+#include "core/local_time.h"
+#include "core/log.h"
+#include "core/read_file.h"
+#include "history/period_line.h"
+#include "history/record_path.h"
+#include "history/ring_history.h"
+
+#include <limits>
+
+namespace {
+
+constexpr const char* SCRATCH = "/tmp/ruvo.tmp";
+constexpr const char* HISTORY_WAN = "/var/run/korel/wan%d/usage_history.monthly";
+constexpr const char* HISTORY_SIM = "/var/run/korel/wan%d/sim%d_usage_history.monthly";
+constexpr const char* EXPORT_WAN = "/var/run/korel/wan%d/link_usage_monthly.csv";
+constexpr const char* EXPORT_SIM = "/var/run/korel/wan%d/sim%d_usage_monthly.csv";
+constexpr const char* TOTAL = "/var/run/korel/link_usage_monthly_total.csv";
+constexpr const char* CLIENT_DIR = "/var/run/korel/client_usage_monthly";
+// Lines of up to 255 characters; a longer line is split by the reader.
+constexpr int LINE_SIZE = 256;
+// The history keeps the month just closed and at most 60 before it.
+constexpr int HISTORY_KEPT = 60;
+// The export and the total show the running month and at most 59 closed ones.
+constexpr int SHOWN = 59;
+
+void history_path(char (&path)[RECORD_PATH_SIZE], const wan_usage& r)
+{
+    record_path(path, r, HISTORY_WAN, HISTORY_SIM);
+}
+
+void write_total_row(FILE* out, const usage_month_row& row)
+{
+    write_period_line(out, row.start, row.end, to_mib(row.bytes[0]), to_mib(row.bytes[1]));
+}
+
+// The first of tm's month at 00:00:00, normalised.
+struct tm first_of_month(const struct tm& tm)
+{
+    struct tm first = tm;
+    first.tm_mday = 1;
+    first.tm_hour = 0;
+    first.tm_min = 0;
+    first.tm_sec = 0;
+    normalise_local(&first);
+    return first;
+}
+
+// Closes the month that starts at start into the history file: the closed month's line,
+// then at most 60 lines of the old history.
+void close_month(wan_usage& r, const struct tm& start)
+{
+    atomic_file out(SCRATCH);
+    if (!out.is_open())
+        return;
+    write_period_line(out.stream(), start, last_day_of_month(start), to_mib(r.month_bytes[0]),
+                      to_mib(r.month_bytes[1]));
+    char path[RECORD_PATH_SIZE];
+    history_path(path, r);
+    if (file_ptr old = open_for_reading(path))
+        rewrite_period_lines(out.stream(), old.get(), HISTORY_KEPT, std::numeric_limits<time_t>::max());
+    out.commit(path);
+}
+
+// After the clock went back: drops the history lines of the month of now and later.
+void repair_history(wan_usage& r)
+{
+    time_t month_of_now = local_time_of(first_of_month(r.sample_tm));
+    char path[RECORD_PATH_SIZE];
+    history_path(path, r);
+    file_ptr old = open_for_reading(path);
+    if (!old)
+        return;
+    char line[LINE_SIZE];
+    if (!fgets(line, sizeof line, old.get()))
+        return;
+    struct tm first, last;
+    uint64_t mib1, mib2;
+    if (read_period_line(line, &first, &last, &mib1, &mib2) && local_time_of(first) < month_of_now)
+        return; // the newest line is older than the month of now: nothing to repair
+    atomic_file out(SCRATCH);
+    if (!out.is_open())
+        return;
+    rewind(old.get());
+    rewrite_period_lines(out.stream(), old.get(), ALL_LINES, month_of_now);
+    out.commit(path);
+}
+
+} // namespace
+
+void wu_monthly_rollover(wan_usage& r)
+{
+    time_t now = local_time_of(r.sample_tm);
+    struct tm start = local_tm(r.month_start);
+    if (start.tm_mday != 1) {
+        log_notice("wu_monthly_rollover(): start_tm.tm_day not at month start month %d mday %d, "
+                   "wu->month_start %ld. fixing...\n",
+                   start.tm_mon, start.tm_mday, static_cast<long>(r.month_start));
+        start = first_of_month(start);
+    }
+    if (local_time_of(last_day_of_month(start)) < now) {
+        // The month is over. Its traffic is lost from the history when it cannot be written
+        // (first run, scratch file not opened); that is accepted.
+        if (r.month_start != 0)
+            close_month(r, start);
+        r.history_flags |= HISTORY_MONTHLY_CHANGED;
+    } else if (now < r.month_start) {
+        log_notice("wu_monthly_rollover(): > update_monthly_history start_tm:year %d mon %d day %d, "
+                   "_time:year %d mon %d day %d\n",
+                   start.tm_year, start.tm_mon, start.tm_mday, r.sample_tm.tm_year, r.sample_tm.tm_mon,
+                   r.sample_tm.tm_mday);
+        repair_history(r);
+        r.history_flags |= HISTORY_MONTHLY_CHANGED;
+    }
+    r.month_start = local_time_of(first_of_month(r.sample_tm));
+}
+
+void export_monthly_csv(const wan_usage& r)
+{
+    atomic_file out(SCRATCH);
+    if (!out.is_open())
+        return;
+    // While month_start is 0 this line is dropped as dated before 2009.
+    write_period_line(out.stream(), local_tm(r.month_start), r.sample_tm, to_mib(r.month_bytes[0]),
+                      to_mib(r.month_bytes[1]));
+    char path[RECORD_PATH_SIZE];
+    history_path(path, r);
+    if (file_ptr history = open_for_reading(path))
+        copy_lines(out.stream(), history.get(), SHOWN);
+    record_path(path, r, EXPORT_WAN, EXPORT_SIM);
+    out.commit(path);
+}
+
+void aggregate_monthly_total(usage_totals& totals, wan_usage& r)
+{
+    usage_month_row& current = totals.monthly[0];
+    current.start = local_tm(r.month_start);
+    current.end = last_day_of_month(current.start);
+    current.bytes[0] += r.month_bytes[0];
+    current.bytes[1] += r.month_bytes[1];
+    int rows = 1;
+    char path[RECORD_PATH_SIZE];
+    history_path(path, r);
+    if (file_ptr history = open_for_reading(path)) {
+        char line[LINE_SIZE];
+        // Rows are matched by position; the last record to reach a row decides its dates.
+        // A history may hold 61 lines but the table 60 rows: the rest are dropped.
+        while (rows < TOTAL_MONTHLY_ROWS && fgets(line, sizeof line, history.get())) {
+            struct tm first, last;
+            uint64_t mib1, mib2;
+            if (!read_period_line(line, &first, &last, &mib1, &mib2))
+                continue;
+            usage_month_row& row = totals.monthly[rows];
+            row.start = first;
+            row.end = last;
+            row.bytes[0] += mib1 << 20;
+            row.bytes[1] += mib2 << 20;
+            ++rows;
+        }
+    }
+    if (rows > totals.monthly_count)
+        totals.monthly_count = rows;
+    if (r.history_flags & HISTORY_MONTHLY_CHANGED) {
+        totals.flags |= TOTALS_MONTHLY_CHANGED;
+        r.history_flags &= ~HISTORY_MONTHLY_CHANGED;
+    }
+}
+
+void rebuild_monthly_total(const usage_totals& totals)
+{
+    atomic_file out(SCRATCH);
+    if (!out.is_open())
+        return;
+    int count = totals.monthly_count;
+    for (int k = 0; k < count; ++k)
+        write_total_row(out.stream(), totals.monthly[k]);
+    if (count >= 1 && count < TOTAL_MONTHLY_ROWS) {
+        // Older months from the client monthly files, which count in KiB.
+        dir_ptr dir = open_directory(CLIENT_DIR);
+        struct tm step = totals.monthly[count - 1].start;
+        for (int k = 0; dir && k < TOTAL_MONTHLY_ROWS - count; ++k) {
+            step = local_tm(local_time_of(first_of_month(step)) - 1);
+            char name[128];
+            if (strftime(name, sizeof name, "%Y-%m-01.csv", &step) == 0)
+                continue;
+            if (!directory_has(dir.get(), name))
+                continue;
+            char file[256];
+            snprintf(file, sizeof file, "/var/run/korel/client_usage_monthly/%s", name);
+            uint64_t sum1 = 0;
+            uint64_t sum2 = 0;
+            sum_client_usage_file(file, &sum1, &sum2);
+            struct tm first = first_of_month(step);
+            write_period_line(out.stream(), first, last_day_of_month(first),
+                              static_cast<uint32_t>(sum1 >> 10), static_cast<uint32_t>(sum2 >> 10));
+        }
+    }
+    out.commit(TOTAL);
+}
+
+void update_monthly_total(const usage_totals& totals)
+{
+    atomic_file out(SCRATCH);
+    if (!out.is_open())
+        return;
+    if (totals.monthly_count > 0)
+        write_total_row(out.stream(), totals.monthly[0]);
+    if (file_ptr old = open_for_reading(TOTAL)) {
+        char line[LINE_SIZE];
+        if (fgets(line, sizeof line, old.get()))
+            copy_lines(out.stream(), old.get(), SHOWN);
+    }
+    out.commit(TOTAL);
+}

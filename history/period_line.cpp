@@ -1,0 +1,116 @@
+#include "history/period_line.h"
+
+#include "core/local_time.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+void write_dated_line(FILE* stream, const struct tm& tm, const char* date_format, uint32_t mib1,
+                      uint32_t mib2)
+{
+    if (!dated_since_2009(tm))
+        return;
+    char date[16];
+    if (strftime(date, sizeof date, date_format, &tm) == 0)
+        return;
+    fprintf(stream, "%s,%lu,%lu\n", date, static_cast<unsigned long>(mib1),
+            static_cast<unsigned long>(mib2));
+}
+
+// A "%Y-%m-%d" date at text; returns the text after it, or null.
+const char* read_date(const char* text, struct tm* tm)
+{
+    memset(tm, 0, sizeof *tm);
+    return strptime(text, "%Y-%m-%d", tm);
+}
+
+// An unsigned decimal number as strtoull reads it; returns the text after it, or null when
+// there is no number or it does not fit 64 bits.
+const char* read_number(const char* text, uint64_t* value)
+{
+    const char* p = text;
+    while (isspace(static_cast<unsigned char>(*p)))
+        ++p;
+    if (!isdigit(static_cast<unsigned char>(*p)))
+        return nullptr;
+    char* end = nullptr;
+    errno = 0;
+    unsigned long long v = strtoull(p, &end, 10);
+    if (errno == ERANGE)
+        return nullptr;
+    *value = v;
+    return end;
+}
+
+// Steps over the one character between two fields; null at the end of the text.
+const char* skip_one(const char* text)
+{
+    return text && *text && *text != '\n' ? text + 1 : nullptr;
+}
+
+} // namespace
+
+bool dated_since_2009(const struct tm& tm)
+{
+    return local_time_of(tm) >= EARLIEST_LINE_TIME;
+}
+
+void write_hourly_line(FILE* stream, const struct tm& tm, uint32_t mib1, uint32_t mib2)
+{
+    write_dated_line(stream, tm, "%Y-%m-%d-%H", mib1, mib2);
+}
+
+void write_daily_line(FILE* stream, const struct tm& tm, uint32_t mib1, uint32_t mib2)
+{
+    write_dated_line(stream, tm, "%Y-%m-%d", mib1, mib2);
+}
+
+void write_period_line(FILE* stream, const struct tm& first, const struct tm& last, uint32_t mib1,
+                       uint32_t mib2)
+{
+    if (!dated_since_2009(first) || !dated_since_2009(last))
+        return;
+    char from[16];
+    char to[16];
+    if (strftime(from, sizeof from, "%Y-%m-%d", &first) == 0 ||
+        strftime(to, sizeof to, "%Y-%m-%d", &last) == 0)
+        return;
+    fprintf(stream, "%s,%s,%lu,%lu\n", from, to, static_cast<unsigned long>(mib1),
+            static_cast<unsigned long>(mib2));
+}
+
+bool read_period_line(const char* line, struct tm* first, struct tm* last, uint64_t* value1,
+                      uint64_t* value2)
+{
+    const char* p = read_date(line, first);
+    p = skip_one(p);
+    if (p)
+        p = read_date(p, last);
+    p = skip_one(p);
+    if (p)
+        p = read_number(p, value1);
+    p = skip_one(p);
+    if (p)
+        p = read_number(p, value2);
+    if (!p)
+        return false;
+    first->tm_isdst = -1;
+    last->tm_isdst = -1;
+    return true;
+}
+
+void rewrite_period_lines(FILE* out, FILE* in, int max_lines, time_t keep_before)
+{
+    char line[256]; // lines of up to 255 characters; a longer one is split
+    for (int read = 0; read < max_lines && fgets(line, sizeof line, in); ++read) {
+        struct tm first, last;
+        uint64_t mib1, mib2;
+        if (!read_period_line(line, &first, &last, &mib1, &mib2) || local_time_of(first) >= keep_before)
+            continue;
+        write_period_line(out, first, last, static_cast<uint32_t>(mib1), static_cast<uint32_t>(mib2));
+    }
+}
