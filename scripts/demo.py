@@ -23,12 +23,18 @@ def link_usage(when, counters):
     return "\n".join(lines) + "\n"
 
 
-def show_tree(router, top):
+def show_tree(router, top, skip=()):
+    """Prints the directories and files below top, except those below the skipped names."""
     base = router.host(top)
-    for directory, names, _ in sorted(os.walk(base)):
+    for directory, names, _ in os.walk(base):
+        names.sort()
+        names[:] = [name for name in names if os.path.join(directory, name) not in skip]
         for name in sorted(names):
             print("--- %s/" % os.path.join(top, os.path.relpath(os.path.join(directory, name), base)))
+    skipped = tuple(path + os.sep for path in skip)
     for path in router.files_under(top):
+        if router.host(path).startswith(skipped):
+            continue
         content = router.read(path)
         print("--- %s (%d bytes)" % (path, len(content)))
         if content:
@@ -43,12 +49,15 @@ def main():
     if reason:
         sys.exit("cannot run the demo here: %s" % reason)
 
-    router = harness.FakeRouter()
+    # /var/run inside /tmp's mount, so that the daemon's renames from /tmp/ruvo.tmp work.
+    router = harness.SharedTmpRouter()
     try:
         router.write("/etc/VELTO_wanno", "3\n")
         router.write("/etc/gobi_dual_sim_support", "3\n")
         router.write("/etc/gpio_map/cell0_slot", "1\n")
         router.write("/var/run/korel/time_initialized", "")
+        for n in (1, 2, 3):
+            os.makedirs(router.host("/var/run/korel/wan%d" % n), exist_ok=True)
         router.write("/usr/local/velto/conf/config",
                      "WAN1_NAME=Fibre\nWAN1_USAGE_START_DAY=15\nWAN1_USAGE_QUOTA=20480\n"
                      "WAN1_USAGE_ACTION=email,disconnect\nWAN2_NAME=DSL\nWAN3_NAME=LTE\n"
@@ -76,9 +85,10 @@ def main():
             print("<%d> %s: %s" % (priority, ident, message))
         print("\n=== firmware tools called")
         print(router.calls() or "(none)", end="")
-        for top in ("/var/run/", "/tmp/"):
-            print("\n=== files under %s" % top)
-            show_tree(router, top)
+        print("\n=== files under /var/run/")
+        show_tree(router, "/var/run/")
+        print("\n=== files under /tmp/ (but /tmp/run, which is /var/run here)")
+        show_tree(router, "/tmp/", skip=(router.host("/tmp/run"),))
         status = router.stop(signal.SIGTERM)
         print("\nSIGTERM: ruvo exited with status %d" % status)
     finally:

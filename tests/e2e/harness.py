@@ -664,3 +664,58 @@ class RuvoTestCase(unittest.TestCase):
         """The daemon is still running, and exits with status 0 on signo."""
         self.assertTrue(router.alive(), "ruvo died before the test stopped it")
         self.assertEqual(router.stop(signo), 0)
+
+
+# ---------------------------------------------------------------------------
+# A router whose /var/run lies on the /tmp file system
+
+class SharedTmpRouter(FakeRouter):
+    """A fake router whose /var/run is the directory "run" inside its /tmp.
+
+    The daemon writes every file to /tmp/ruvo.tmp and renames it over its target
+    under /var/run, which works only when both lie on one mount, as on routers
+    whose /var is kept on the same tmpfs as /tmp.  In FakeRouter /tmp and /run are
+    two bind mounts, so such a rename fails (EXDEV) and no history file appears.
+
+    Here the namespace also binds <tree>/var over /var: in it "run" is a symlink
+    to /tmp/run, and "tmp" shows the real /var/tmp (which holds the tree, the
+    clock file and the pid file of the launcher).  The daemon's /var/run/... is
+    then <tree>/tmp/run/... and host() maps it there.  /run is a bind of that
+    same directory.  The rest of the real /var is hidden from the daemon, so its
+    executable must not live under /var other than in /var/tmp.
+    """
+
+    def __init__(self):
+        super().__init__()
+        var = os.path.join(self.root, "var")
+        os.mkdir(var, 0o755)
+        os.mkdir(os.path.join(var, "tmp"), 0o755)
+        os.symlink("/tmp/run", os.path.join(var, "run"))
+        self.dirs["var"] = var
+        run = os.path.join(self.dirs["tmp"], "run")
+        os.mkdir(run, 0o755)
+        self.dirs["run"] = run
+        os.mkdir(self.host("/var/run/korel"), 0o755)
+
+    def _launcher(self, tz):
+        q = shlex.quote
+        steps = super()._launcher(tz).split("\n")
+        # Before /proc is covered: mount(8) reads /proc/self/mountinfo.
+        anchor = "mount --bind %s /proc" % q(self.dirs["proc"])
+        at = steps.index(anchor)
+        var = self.dirs["var"]
+        steps[at:at] = [
+            "mount --bind /var/tmp %s" % q(os.path.join(var, "tmp")),
+            "mount --rbind %s /var" % q(var),
+        ]
+        return "\n".join(steps)
+
+
+class SharedTmpTestCase(RuvoTestCase):
+    """A RuvoTestCase whose routers are SharedTmpRouter."""
+
+    def new_router(self):
+        router = SharedTmpRouter()
+        self.routers.append(router)
+        self.addCleanup(router.cleanup)
+        return router
