@@ -100,13 +100,15 @@ void wu_monthly_rollover(wan_usage& r)
                    start.tm_mon, start.tm_mday, static_cast<long>(r.month_start));
         start = first_of_month(start);
     }
+    // From here on the corrected start stands for month_start; only the check for a first
+    // run looks at the stored value.
     if (local_time_of(last_day_of_month(start)) < now) {
         // The month is over. Its traffic is lost from the history when it cannot be written
         // (first run, scratch file not opened); that is accepted.
         if (r.month_start != 0)
             close_month(r, start);
         r.history_flags |= HISTORY_MONTHLY_CHANGED;
-    } else if (now < r.month_start) {
+    } else if (now < local_time_of(start)) {
         log_notice("wu_monthly_rollover(): > update_monthly_history start_tm:year %d mon %d day %d, "
                    "_time:year %d mon %d day %d\n",
                    start.tm_year, start.tm_mon, start.tm_mday, r.sample_tm.tm_year, r.sample_tm.tm_mon,
