@@ -5,6 +5,6 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/ensure-packages.sh
 ensure_packages "${BUILD_PACKAGES[@]}"
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRUVO_TESTS=OFF >/dev/null
-cmake --build build -j"$(nproc)" --target ruvo >/dev/null
-exec python3 scripts/demo.py build/ruvo
+cmake -S . -B build-demo -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRUVO_TESTS=OFF >/dev/null
+cmake --build build-demo -j"$(nproc)" --target ruvo >/dev/null
+exec python3 scripts/demo.py build-demo/ruvo

@@ -24,7 +24,7 @@ stage() {
 configure_and_build() {
     local dir=$1
     shift
-    cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
+    cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DRUVO_TESTS=ON "$@" >/dev/null
     cmake --build "$dir" -j"$jobs" >/dev/null
 }
 
