@@ -34,9 +34,13 @@ TEST_F(PeriodClock, NewYorkFallBackRepeatedHourIsTheFirstOccurrence)
 {
     set_tz("America/New_York");
     // 2024-11-03 01:30 happens twice; this is the second time (EST, 06:30 UTC). The bounds
-    // are worked out with daylight saving left to the library, which takes 01:00 and
+    // are worked out with daylight saving left to the library, which here takes 01:00 and
     // 01:59:59 of the first occurrence (EDT): the current hour's end lies before now.
     plat.clock = 1730615400;
+    // glibc resolves an hour that happens twice from its previous conversion: one of a summer
+    // date first, as the daemon's own work of the hour before would have done.
+    struct tm summer = local_tm(local(2024, 7, 1));
+    local_time_of(summer);
     update_period_clock();
     const period_clock& c = current_period_clock();
     EXPECT_EQ(show(c.hour_start), "2024-11-03 01:00:00 EDT");
