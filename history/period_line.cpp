@@ -9,29 +9,48 @@
 
 namespace {
 
-void write_dated_line(FILE* stream, const struct tm& tm, const char* date_format, uint32_t mib1,
-                      uint32_t mib2)
+// One line "date,value,value": the live files show MiB (32-bit values, "%lu"), the backups
+// bytes ("%llu"); both print the same digits for the same number, so one writer serves.
+void write_dated(FILE* stream, const struct tm& tm, const char* date_format, uint64_t value1,
+                 uint64_t value2)
 {
     if (!dated_since_2009(tm))
         return;
     char date[16];
     if (strftime(date, sizeof date, date_format, &tm) == 0)
         return;
-    fprintf(stream, "%s,%lu,%lu\n", date, static_cast<unsigned long>(mib1),
-            static_cast<unsigned long>(mib2));
+    fprintf(stream, "%s,%llu,%llu\n", date, static_cast<unsigned long long>(value1),
+            static_cast<unsigned long long>(value2));
 }
 
-// A "%Y-%m-%d" date at text; returns the text after it, or null.
-const char* read_date(const char* text, struct tm* tm)
+// One line "first day,last day,value,value".
+void write_two_dates(FILE* stream, const struct tm& first, const struct tm& last, uint64_t value1,
+                     uint64_t value2)
+{
+    if (!dated_since_2009(first) || !dated_since_2009(last))
+        return;
+    char from[16];
+    char to[16];
+    if (strftime(from, sizeof from, "%Y-%m-%d", &first) == 0 ||
+        strftime(to, sizeof to, "%Y-%m-%d", &last) == 0)
+        return;
+    fprintf(stream, "%s,%s,%llu,%llu\n", from, to, static_cast<unsigned long long>(value1),
+            static_cast<unsigned long long>(value2));
+}
+
+// A date in the given format at text; returns the text after it, or null.
+const char* read_date(const char* text, const char* format, struct tm* tm)
 {
     memset(tm, 0, sizeof *tm);
-    return strptime(text, "%Y-%m-%d", tm);
+    return text ? strptime(text, format, tm) : nullptr;
 }
 
 // An unsigned decimal number as strtoull reads it; returns the text after it, or null when
-// there is no number or it does not fit 64 bits.
+// there is no number (a sign included) or it does not fit 64 bits.
 const char* read_number(const char* text, uint64_t* value)
 {
+    if (!text)
+        return nullptr;
     const char* p = text;
     while (isspace(static_cast<unsigned char>(*p)))
         ++p;
@@ -52,6 +71,15 @@ const char* skip_one(const char* text)
     return text && *text && *text != '\n' ? text + 1 : nullptr;
 }
 
+bool read_dated(const char* line, const char* date_format, struct tm* tm, uint64_t* value1,
+                uint64_t* value2)
+{
+    const char* p = read_number(skip_one(read_date(line, date_format, tm)), value1);
+    p = read_number(skip_one(p), value2);
+    tm->tm_isdst = -1;
+    return p != nullptr;
+}
+
 } // namespace
 
 bool dated_since_2009(const struct tm& tm)
@@ -61,46 +89,55 @@ bool dated_since_2009(const struct tm& tm)
 
 void write_hourly_line(FILE* stream, const struct tm& tm, uint32_t mib1, uint32_t mib2)
 {
-    write_dated_line(stream, tm, "%Y-%m-%d-%H", mib1, mib2);
+    write_dated(stream, tm, "%Y-%m-%d-%H", mib1, mib2);
 }
 
 void write_daily_line(FILE* stream, const struct tm& tm, uint32_t mib1, uint32_t mib2)
 {
-    write_dated_line(stream, tm, "%Y-%m-%d", mib1, mib2);
+    write_dated(stream, tm, "%Y-%m-%d", mib1, mib2);
 }
 
 void write_period_line(FILE* stream, const struct tm& first, const struct tm& last, uint32_t mib1,
                        uint32_t mib2)
 {
-    if (!dated_since_2009(first) || !dated_since_2009(last))
-        return;
-    char from[16];
-    char to[16];
-    if (strftime(from, sizeof from, "%Y-%m-%d", &first) == 0 ||
-        strftime(to, sizeof to, "%Y-%m-%d", &last) == 0)
-        return;
-    fprintf(stream, "%s,%s,%lu,%lu\n", from, to, static_cast<unsigned long>(mib1),
-            static_cast<unsigned long>(mib2));
+    write_two_dates(stream, first, last, mib1, mib2);
+}
+
+void write_hourly_backup_line(FILE* stream, const struct tm& tm, uint64_t bytes1, uint64_t bytes2)
+{
+    write_dated(stream, tm, "%Y-%m-%d-%H", bytes1, bytes2);
+}
+
+void write_daily_backup_line(FILE* stream, const struct tm& tm, uint64_t bytes1, uint64_t bytes2)
+{
+    write_dated(stream, tm, "%Y-%m-%d", bytes1, bytes2);
+}
+
+void write_period_backup_line(FILE* stream, const struct tm& first, const struct tm& last,
+                              uint64_t bytes1, uint64_t bytes2)
+{
+    write_two_dates(stream, first, last, bytes1, bytes2);
+}
+
+bool read_hourly_backup_line(const char* line, struct tm* tm, uint64_t* value1, uint64_t* value2)
+{
+    return read_dated(line, "%Y-%m-%d-%H", tm, value1, value2);
+}
+
+bool read_daily_backup_line(const char* line, struct tm* tm, uint64_t* value1, uint64_t* value2)
+{
+    return read_dated(line, "%Y-%m-%d", tm, value1, value2);
 }
 
 bool read_period_line(const char* line, struct tm* first, struct tm* last, uint64_t* value1,
                       uint64_t* value2)
 {
-    const char* p = read_date(line, first);
-    p = skip_one(p);
-    if (p)
-        p = read_date(p, last);
-    p = skip_one(p);
-    if (p)
-        p = read_number(p, value1);
-    p = skip_one(p);
-    if (p)
-        p = read_number(p, value2);
-    if (!p)
-        return false;
+    const char* p = read_date(skip_one(read_date(line, "%Y-%m-%d", first)), "%Y-%m-%d", last);
+    p = read_number(skip_one(p), value1);
+    p = read_number(skip_one(p), value2);
     first->tm_isdst = -1;
     last->tm_isdst = -1;
-    return true;
+    return p != nullptr;
 }
 
 void rewrite_period_lines(FILE* out, FILE* in, int max_lines, time_t keep_before)

@@ -28,6 +28,19 @@ void write_daily_line(FILE* stream, const struct tm& tm, uint32_t mib1, uint32_t
 void write_period_line(FILE* stream, const struct tm& first, const struct tm& last, uint32_t mib1,
                        uint32_t mib2);
 
+// The backup files hold the same shapes with byte counts: "%s,%llu,%llu\n" for hours and
+// days, "%s,%s,%llu,%llu\n" for months and billing cycles; the 2009 rule applies alike.
+void write_hourly_backup_line(FILE* stream, const struct tm& tm, uint64_t bytes1, uint64_t bytes2);
+void write_daily_backup_line(FILE* stream, const struct tm& tm, uint64_t bytes1, uint64_t bytes2);
+void write_period_backup_line(FILE* stream, const struct tm& first, const struct tm& last,
+                              uint64_t bytes1, uint64_t bytes2);
+
+// Parses an hourly ("%Y-%m-%d-%H") or daily ("%Y-%m-%d") backup line: the date, one
+// character, a decimal number, one character, a decimal number. Returns false for a line
+// that does not have that shape.
+bool read_hourly_backup_line(const char* line, struct tm* tm, uint64_t* value1, uint64_t* value2);
+bool read_daily_backup_line(const char* line, struct tm* tm, uint64_t* value1, uint64_t* value2);
+
 // Parses a monthly or billing-cycle line: a date, one character, a date, one character, a
 // decimal number, one character, a decimal number. Returns false for a line that does not
 // have that shape; such a line is skipped by every reader.
