@@ -52,3 +52,8 @@ bool directory_has(DIR* dir, const char* name)
     }
     return false;
 }
+
+bool path_exists(const char* absolute_path)
+{
+    return access(sys_path(absolute_path).c_str(), F_OK) == 0;
+}

@@ -32,3 +32,6 @@ dir_ptr open_directory(const char* absolute_path);
 
 // Whether the directory has an entry of that name ("." and ".." are passed over).
 bool directory_has(DIR* dir, const char* name);
+
+// Whether anything exists at one of the daemon's absolute paths.
+bool path_exists(const char* absolute_path);
