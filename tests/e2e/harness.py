@@ -549,6 +549,31 @@ class FakeRouter:
         wait_idle(self.pid, START_TIMEOUT)
         return self.pid
 
+    def start_again(self, tz="UTC"):
+        """Starts the daemon once more on this same tree after the previous run has exited.
+
+        Everything the earlier run left (/tmp, /var/run, the overlays' upper
+        directories, the clock file, the saveconfig log) stays as it is; only the
+        launcher's pid file and the /dev/log socket are made anew.  The syslog
+        records of the earlier run go with its socket: take them before.
+        Returns like start().
+        """
+        if self.alive():
+            raise AssertionError("ruvo is still running; stop it before starting it again")
+        if self.syslog is not None:
+            self.syslog.close()
+            self.syslog = None
+        for path in (os.path.join(self.dirs["dev"], "log"), self.launcher_pid_file):
+            try:
+                os.unlink(path)
+            except FileNotFoundError:
+                pass
+        self.process = None
+        self.pid = None
+        self.namespace = None
+        self.exit_status = None
+        return self.start(tz)
+
     def _launched_pid(self):
         self._fail_if_exited("before it wrote its pid file")
         try:
