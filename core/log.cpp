@@ -1,10 +1,9 @@
 #include "core/log.h"
 
+#include "core/text_format.h"
 #include "platform/platform.h"
 
 #include <cstdarg>
-#include <cstdio>
-#include <string>
 #include <syslog.h>
 
 void log_notice(const char* format, ...)
@@ -13,16 +12,7 @@ void log_notice(const char* format, ...)
         return;
     va_list args;
     va_start(args, format);
-    va_list again;
-    va_copy(again, args);
-    int length = vsnprintf(nullptr, 0, format, args);
+    std::string text = format_text_v(format, args);
     va_end(args);
-    std::string text;
-    if (length > 0) {
-        text.resize(static_cast<size_t>(length) + 1);
-        vsnprintf(&text[0], text.size(), format, again);
-        text.resize(static_cast<size_t>(length));
-    }
-    va_end(again);
     sys_log("ruvo", LOG_DAEMON, LOG_NOTICE, text.c_str());
 }

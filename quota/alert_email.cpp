@@ -1,12 +1,12 @@
 #include "quota/alert_email.h"
 
+#include "core/text_format.h"
 #include "platform/platform.h"
 #include "platform/qelinfo.h"
 #include "quota/balance_log.h"
 #include "quota/date_format.h"
 
 #include <climits>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
@@ -16,25 +16,6 @@ namespace {
 
 constexpr const char* SENDEMAIL = "/usr/local/korel/bin/sendemail";
 constexpr const char* MESSAGE_TEMPLATE = "/tmp/usage_alert_msg.XXXXXX";
-
-// Appends printf-style text. The message has no fixed size here: a long table or long
-// names make it longer, never overflow a buffer.
-void append(std::string& text, const char* format, ...) __attribute__((format(printf, 2, 3)));
-void append(std::string& text, const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    va_list again;
-    va_copy(again, args);
-    int length = vsnprintf(nullptr, 0, format, args);
-    va_end(args);
-    if (length > 0) {
-        std::vector<char> buffer(static_cast<size_t>(length) + 1);
-        vsnprintf(buffer.data(), buffer.size(), format, again);
-        text.append(buffer.data(), static_cast<size_t>(length));
-    }
-    va_end(again);
-}
 
 unsigned long long megabytes(uint64_t bytes) { return static_cast<unsigned long long>(bytes >> 20); }
 
@@ -79,18 +60,18 @@ std::string build_usage_table(const wan_usage* records, int count)
         if (r.start_day >= 1) {
             uint64_t usage = r.billing_bytes[0] + r.billing_bytes[1];
             if (r.sim_number == 0)
-                append(table, "%s : %lluMB / %lluMB (%u%%) used in this billing cycle\r\n", r.wan_name,
+                append_format(table, "%s : %lluMB / %lluMB (%u%%) used in this billing cycle\r\n", r.wan_name,
                        megabytes(usage), megabytes(r.quota_bytes), percentage(usage, r.quota_bytes));
             else
-                append(table, "%s SIM %c : %lluMB / %lluMB (%u%%) used in this billing cycle\r\n",
+                append_format(table, "%s SIM %c : %lluMB / %lluMB (%u%%) used in this billing cycle\r\n",
                        r.wan_name, sim_letter(r), megabytes(usage), megabytes(r.quota_bytes),
                        percentage(usage, r.quota_bytes));
         } else {
             uint64_t usage = r.month_bytes[0] + r.month_bytes[1];
             if (r.sim_number == 0)
-                append(table, "%s : %lluMB used in this calendar month\r\n", r.wan_name, megabytes(usage));
+                append_format(table, "%s : %lluMB used in this calendar month\r\n", r.wan_name, megabytes(usage));
             else
-                append(table, "%s SIM %c : %lluMB used in this calendar month\r\n", r.wan_name,
+                append_format(table, "%s SIM %c : %lluMB used in this calendar month\r\n", r.wan_name,
                        sim_letter(r), megabytes(usage));
         }
     }
@@ -107,10 +88,10 @@ std::string build_alert_footer()
                         : strcmp(company, "Ardenta") == 0 ? "ardenta"
                                                           : nullptr;
     if (brand)
-        append(footer, "%s | %s\r\n", company, brand_web_address(brand).c_str());
+        append_format(footer, "%s | %s\r\n", company, brand_web_address(brand).c_str());
     else
-        append(footer, "%s \r\n", company);
-    append(footer, "%s\r\n", date_longform(sys_time()));
+        append_format(footer, "%s \r\n", company);
+    append_format(footer, "%s\r\n", date_longform(sys_time()));
     return footer;
 }
 
@@ -132,7 +113,7 @@ int send_alert_email(const std::string& message)
     file.replace(file.size() - 6, 6, name.data() + strlen(name.data()) - 6);
     fprintf(stream, "%s\r\n", message.c_str());
     std::string command;
-    append(command, "(%s -v -f %s; /bin/rm %s) &", SENDEMAIL, file.c_str(), file.c_str());
+    append_format(command, "(%s -v -f %s; /bin/rm %s) &", SENDEMAIL, file.c_str(), file.c_str());
     fflush(stream);
     fclose(stream);
     return sys_system(command.c_str());
@@ -160,34 +141,34 @@ int compose_usage_alert(wan_usage* records, int index, int count, wan_usage* sim
     const char* router = qelinfo_router_name();
     std::string message;
     if (sim)
-        append(message, "Subject: [%s] %s SIM %c Bandwidth Usage Hits %d%%\r\n", single_line(router).c_str(),
+        append_format(message, "Subject: [%s] %s SIM %c Bandwidth Usage Hits %d%%\r\n", single_line(router).c_str(),
                single_line(r.wan_name).c_str(), sim_letter(r), p);
     else
-        append(message, "Subject: [%s] %s Bandwidth Usage Hits %d%%\r\n", single_line(router).c_str(),
+        append_format(message, "Subject: [%s] %s Bandwidth Usage Hits %d%%\r\n", single_line(router).c_str(),
                single_line(r.wan_name).c_str(), p);
     message += "\r\n";
-    append(message, "This is an automated message generated from %s (%s:%s).\r\n", router ? router : "",
+    append_format(message, "This is an automated message generated from %s (%s:%s).\r\n", router ? router : "",
            qelinfo_product_name(), qelinfo_serial());
     message += "\r\n";
-    append(message, "%s\r\n", datetime_longform(sys_time()));
+    append_format(message, "%s\r\n", datetime_longform(sys_time()));
     if (sim)
-        append(message, "Bandwidth usage for %s SIM %c hits %d%% of the %lluMB allowance. ", r.wan_name,
+        append_format(message, "Bandwidth usage for %s SIM %c hits %d%% of the %lluMB allowance. ", r.wan_name,
                sim_letter(r), p, allowance);
     else
-        append(message, "Bandwidth usage for %s hits %d%% of the %lluMB allowance. ", r.wan_name, p,
+        append_format(message, "Bandwidth usage for %s hits %d%% of the %lluMB allowance. ", r.wan_name, p,
                allowance);
     if (r.alert_state & 2u)
         message += "No further notification email will be sent.\r\n";
     message += "\r\n";
     message += "Current Usage for All WAN:\r\n";
     message += "\r\n";
-    append(message, "%s\r\n", build_usage_table(records, count).c_str());
+    append_format(message, "%s\r\n", build_usage_table(records, count).c_str());
     if (sim_count > 0 && sim_records) {
         message += "Current Usage for All Celluar WAN:\r\n"; // spelled so, deliberately
         message += "\r\n";
-        append(message, "%s\r\n", build_usage_table(sim_records, sim_count).c_str());
+        append_format(message, "%s\r\n", build_usage_table(sim_records, sim_count).c_str());
     }
-    append(message, "%s\r\n", build_alert_footer().c_str());
+    append_format(message, "%s\r\n", build_alert_footer().c_str());
     send_alert_email(message);
     return 1;
 }
