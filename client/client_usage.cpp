@@ -1,26 +1,206 @@
 #include "client/client_usage.h"
 
+#include "client/client_sources.h"
 #include "client_mac/mac_usage.h"
+#include "core/local_time.h"
+#include "core/read_file.h"
+#include "platform/platform.h"
+#include "platform/strutils.h"
 
-#include <new>
+#include <arpa/inet.h>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <sys/stat.h>
 
-// Client usage is not counted yet; the block only holds the period kinds of its tables.
-struct client_usage_tables {
-    int kinds[3];
-};
+namespace {
 
-void client_usage_cleanup_history_files() { ruvo_client_mac_usage_history_clear(); }
+constexpr const char* CLIENT_USAGE = "/proc/korel/config/client_usage";
+constexpr const char* LAN_CONFIG = "/var/run/korel/lan";
+constexpr const char* TIME_INITIALIZED = "/var/run/korel/time_initialized";
+constexpr int LINE_SIZE = 256;
+
+// The two /12 ranges that are never clients: 5.192.0.0/12 and 5.208.0.0/12.
+bool never_a_client(uint32_t address)
+{
+    uint32_t masked = ntohl(address) & 0xfff00000u;
+    return masked == 0x05c00000u || masked == 0x05d00000u;
+}
+
+// A signed decimal value as strtoll reads it, refusing a negative one: a counter below 0
+// would be taken as a huge unsigned count.
+bool parse_value(const char* text, uint64_t* value, const char** end)
+{
+    char* stop = nullptr;
+    errno = 0;
+    long long v = strtoll(text, &stop, 10);
+    if (errno == ERANGE || v < 0)
+        return false;
+    *value = static_cast<uint64_t>(v);
+    *end = stop;
+    return true;
+}
+
+// "address:first/second" (or "address:first second"): the address text before the first
+// ':' (or the whole line), the two values in bytes. A line without ':' gives 0 and 0.
+bool parse_client_usage_line(const char* line, std::string* address, uint64_t* first, uint64_t* second)
+{
+    const char* colon = strchr(line, ':');
+    size_t length = colon ? static_cast<size_t>(colon - line) : strcspn(line, "\r\n");
+    *address = std::string(line, length);
+    *first = 0;
+    *second = 0;
+    if (!colon)
+        return true;
+    const char* end = nullptr;
+    if (!parse_value(colon + 1, first, &end))
+        return false;
+    if (*end == '/' && end[1] != '\0')
+        return parse_value(end + 1, second, &end);
+    if (*end != '\0')
+        return parse_value(end, second, &end);
+    return true;
+}
+
+// Counts one kernel line into one table.
+void count_client(client_table& table, const client_usage_tables& tables, uint32_t address,
+                  const std::string& text, uint64_t first, uint64_t second, time_t reading_time)
+{
+    client_record* r = find_client(table, address);
+    if (!r) {
+        add_client(table, address, text.c_str()); // counted from its second reading on
+    } else if (r->second[TYPE_RAW] != second || r->first[TYPE_RAW] != first) {
+        const uint32_t type = r->type;
+        if (r->baseline_pending) {
+            // The period's totals are set, not added to.
+            r->second[type] = r->second[TYPE_RAW] + second;
+            r->first[type] = r->first[TYPE_RAW] + first;
+            r->baseline_pending = 0;
+            ruvo_client_mac_usage_add(address, static_cast<int32_t>(type), r->second[type], r->first[type],
+                                      table.kind, 0);
+        } else if (second >= r->second[TYPE_RAW] && first >= r->first[TYPE_RAW] &&
+                   (r->second[TYPE_RAW] != 0 || r->first[TYPE_RAW] != 0)) {
+            uint64_t delta2 = second - r->second[TYPE_RAW];
+            uint64_t delta1 = first - r->first[TYPE_RAW];
+            r->second[type] += delta2;
+            r->first[type] += delta1;
+            ruvo_client_mac_usage_add(address, static_cast<int32_t>(type), delta2, delta1, table.kind, 1);
+        }
+        // A counter that went backwards (a reset) counts nothing and becomes the new raw value.
+        r->second[TYPE_RAW] = second;
+        r->first[TYPE_RAW] = first;
+        r->present = 1;
+    }
+    // The daily and monthly tables take the hourly table's time, already this reading's:
+    // their previous time becomes the new time, deliberately.
+    table.prev_time = tables.table[PERIOD_HOURLY].time;
+    table.time = reading_time;
+}
+
+} // namespace
+
+void check_client_period(client_table& table, time_t start)
+{
+    time_t current = 0;
+    if (!client_period_start(table.kind, table.time, &current) || current == start)
+        return;
+    for (client_record* head : table.chains)
+        for (client_record* r = head; r; r = r->next) {
+            for (int type = TYPE_LAN; type < CLIENT_TYPES; ++type) {
+                r->first[type] = 0;
+                r->second[type] = 0;
+            }
+            r->present = 0;
+        }
+    load_client_period_file(local_tm(start), table, table.kind, is_readable(TIME_INITIALIZED));
+}
 
 client_usage_tables* client_usage_init()
 {
-    client_usage_tables* tables = new (std::nothrow) client_usage_tables{{0, 1, 2}};
+    client_usage_tables* tables = static_cast<client_usage_tables*>(calloc(1, sizeof(client_usage_tables)));
     if (!tables)
         return nullptr;
+    for (int kind = PERIOD_HOURLY; kind <= PERIOD_MONTHLY; ++kind) {
+        tables->table[kind].kind = kind;
+        mkdir(sys_path(client_backup_dir(kind)).c_str(), 0755);
+        mkdir(sys_path(client_live_dir(kind)).c_str(), 0755);
+        // Restores a backup taken before a restart.
+        std::string command = std::string("cp -r ") + client_backup_dir(kind) + "/* " + client_live_dir(kind) + "/";
+        sys_system(command.c_str());
+    }
+    struct tm now = local_tm(sys_time());
+    load_client_period_file(now, tables->table[PERIOD_HOURLY], PERIOD_HOURLY, true);
+    load_client_period_file(now, tables->table[PERIOD_DAILY], PERIOD_DAILY, true);
+    now.tm_mday = 1;
+    load_client_period_file(now, tables->table[PERIOD_MONTHLY], PERIOD_MONTHLY, true);
     ruvo_client_mac_usage_init();
     return tables;
 }
 
-void read_client_usage(client_usage_tables*) {}
-void save_client_usage(client_usage_tables*) {}
-void create_backup_client_usage(client_usage_tables*) { ruvo_client_mac_usage_history_backup(); }
-void client_usage_free(client_usage_tables* tables) { delete tables; }
+void read_client_usage(client_usage_tables* tables)
+{
+    if (!tables)
+        return;
+    const time_t now = sys_time();
+    for (client_table& table : tables->table) {
+        time_t start = 0;
+        if (client_period_start(table.kind, now, &start))
+            check_client_period(table, start);
+    }
+    ruvo_client_mac_usage_fixup(now);
+
+    reload_static_routes();
+    reload_wan_addresses();
+    for (client_table& table : tables->table)
+        classify_clients(table);
+
+    file_ptr f = open_for_reading(CLIENT_USAGE);
+    if (!f)
+        return;
+    ruvo_client_mac_usage_prepare();
+    time_t reading_time = 0;
+    taglist* lan = load_taglist_ex(sys_path(LAN_CONFIG).c_str(), 1, 0);
+    const char* lan_address = lan ? get_taglist_default_ex(lan, "", "LAN_IPADDR") : nullptr;
+
+    char line[LINE_SIZE];
+    // The header's number after its first ':' is the time of the reading; a header without
+    // one leaves it 0, deliberately: the clock is not used for the tables.
+    if (fgets(line, sizeof line, f.get())) {
+        const char* colon = strchr(line, ':');
+        if (colon && colon != line && isdigit(static_cast<unsigned char>(colon[1 + strspn(colon + 1, " \t")])))
+            reading_time = static_cast<time_t>(strtoul(colon + 1, nullptr, 10));
+        while (fgets(line, sizeof line, f.get())) {
+            std::string address;
+            uint64_t first = 0, second = 0;
+            if (!parse_client_usage_line(line, &address, &first, &second))
+                continue;
+            if (address.empty() || (lan_address && address == lan_address) || is_wan_address(address.c_str()))
+                continue;
+            struct in_addr a;
+            if (address.size() >= sizeof(client_record::address_text) || !inet_aton(address.c_str(), &a) ||
+                never_a_client(a.s_addr))
+                continue;
+            for (client_table& table : tables->table)
+                count_client(table, *tables, a.s_addr, address, first, second, reading_time);
+        }
+    }
+    free_taglist(lan);
+    ruvo_client_mac_usage_finalize();
+}
+
+void client_usage_free(client_usage_tables* tables)
+{
+    if (!tables)
+        return;
+    for (client_table& table : tables->table)
+        for (client_record*& head : table.chains) {
+            while (client_record* r = head) {
+                head = r->next;
+                free(r);
+            }
+        }
+    free(tables);
+    free_client_sources();
+}

@@ -39,12 +39,20 @@ bool read_int(FILE* f, int* out)
 
 } // namespace
 
-int read_wan_count()
+bool read_wan_number(int* count)
 {
     file_ptr f = open_for_reading("/etc/VELTO_wanno");
     if (!f)
-        return MIN_WAN_COUNT;
+        return false;
+    *count = 0;
+    read_int(f.get(), count);
+    return true;
+}
+
+int read_wan_count()
+{
     int count = 0;
-    read_int(f.get(), &count);
+    if (!read_wan_number(&count))
+        return MIN_WAN_COUNT;
     return count < MIN_WAN_COUNT ? MIN_WAN_COUNT : count;
 }

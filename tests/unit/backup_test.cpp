@@ -4,6 +4,7 @@
 // files rewritten from the backups, a whole daemon restarted on the same root, and the
 // backups that SIGUSR1 and SIGHUP ask the loop for.
 #include "sandbox.h"
+#include "daemon_commands.h"
 
 #include "core/daemon.h"
 #include "core/link_usage.h"
@@ -41,7 +42,6 @@ constexpr const char* LIVE_BILLING = "/var/run/korel/wan1/usage_history.billing"
 constexpr const char* LINK_USAGE = "/proc/korel/config/link_usage";
 constexpr const char* TIME_INITIALIZED = "/var/run/korel/time_initialized";
 constexpr const char* CONFIG = "/usr/local/velto/conf/config";
-constexpr const char* SAVECONFIG = "/usr/local/korel/bin/saveconfig usage &";
 
 // A finished hour of a ring.
 usage_entry hour_entry(int year, int month, int day, int hour, uint64_t b1, uint64_t b2)
@@ -183,6 +183,7 @@ protected:
         ASSERT_EQ(daemon_start(state, 2), 0);
         loop_pass(state); // the pass straight after start-up: no tick yet
         tick(state, local(2024, 3, 5, 14, 0, 30), 3 * MiB + 100, 1 * MiB, 2 * MiB, 0);
+        plat.commands.clear(); // those of the start-up
     }
     daemon_state state;
 };
@@ -1098,7 +1099,7 @@ TEST_F(BackupLoop, SigusrOneWritesTheBackupFilesWithoutTheConfigurationSaver)
     EXPECT_EQ(read_file("/tmp/ruvo_backup/wan2/ruvo.billing.csv"), "");
     EXPECT_EQ(read_file(TIMESTAMP), "");
     EXPECT_EQ(read_file(LIFETIME), "1709000000\n5005242980\n1048583\n");
-    EXPECT_TRUE(plat.commands.empty());
+    EXPECT_EQ(plat.commands, client_backup_commands()); // no configuration saver
     EXPECT_EQ(backup_requested, 0);
     EXPECT_EQ(ticks_since_backup, 1);
 }
@@ -1120,7 +1121,7 @@ TEST_F(BackupLoop, SighupTicksThenWritesTheBackupFilesAndRunsTheConfigurationSav
     EXPECT_EQ(read_file("/tmp/ruvo_backup/wan2/ruvo.daily.csv"), "2024-03-05,2097152,0\n");
     EXPECT_EQ(read_file(TIMESTAMP), "");
     EXPECT_EQ(read_file(LIFETIME), "1709000000\n5006291556\n1048584\n");
-    EXPECT_EQ(plat.commands, std::vector<std::string>{SAVECONFIG});
+    EXPECT_EQ(plat.commands, full_backup_commands());
     EXPECT_EQ(ticks_since_backup, 1);
 }
 
@@ -1134,7 +1135,7 @@ TEST_F(BackupLoop, SixtyFirstWakeUpWritesTheBackupFilesAndRunsTheConfigurationSa
     EXPECT_EQ(ticks_since_backup, 61);
     tick(state, local(2024, 3, 5, 14, 1, 30), 3 * MiB + 100, 1 * MiB, 2 * MiB, 0);
     EXPECT_EQ(read_file(HOURLY_BACKUP), "2024-03-05-14,3145828,1048576\n");
-    EXPECT_EQ(plat.commands, std::vector<std::string>{SAVECONFIG});
+    EXPECT_EQ(plat.commands, full_backup_commands());
     EXPECT_EQ(ticks_since_backup, 1);
 }
 

@@ -2,6 +2,7 @@
 
 #include "core/daemon.h"
 #include "core/signals.h"
+#include "daemon_commands.h"
 
 #include <csignal>
 #include <sys/stat.h>
@@ -10,7 +11,6 @@
 
 namespace {
 
-constexpr const char* SAVECONFIG = "/usr/local/korel/bin/saveconfig usage &";
 
 class Daemon : public Sandbox {
 protected:
@@ -32,6 +32,7 @@ protected:
     {
         ASSERT_EQ(daemon_start(state, wan_count), 0);
         plat.alarms.clear();
+        plat.commands.clear();
     }
     mode_t mode_of(const std::string& absolute)
     {
@@ -87,6 +88,12 @@ TEST_F(Daemon, StartCreatesBackupDirectoriesWithMode0755)
     EXPECT_EQ(mode_of("/tmp/ruvo_backup/wan1"), 0755u);
     EXPECT_EQ(mode_of("/tmp/ruvo_backup/wan3"), 0755u);
     EXPECT_FALSE(exists("/tmp/ruvo_backup/wan4"));
+}
+
+TEST_F(Daemon, StartRemovesLiveClientDirectoriesThenRestoresThemFromTheBackups)
+{
+    ASSERT_EQ(daemon_start(state, 2), 0);
+    EXPECT_EQ(plat.commands, start_up_commands());
 }
 
 TEST_F(Daemon, StartAllocatesWanRecordsAndArmsFirstAlarm)
@@ -184,7 +191,7 @@ TEST_F(Daemon, SighupGivesOneImmediateTickThenFullBackupWithConfigurationSaver)
     EXPECT_EQ(ticks_since_backup, 61);
     loop_pass(state);
     EXPECT_EQ(state.wan[0].last_counter[0], 10u);
-    EXPECT_EQ(plat.commands, std::vector<std::string>{SAVECONFIG});
+    EXPECT_EQ(plat.commands, full_backup_commands());
     EXPECT_EQ(ticks_since_backup, 1);
 }
 
@@ -197,7 +204,7 @@ TEST_F(Daemon, SigusrOneWhileIdleBacksUpWithoutConfigurationSaverAndRestartsCoun
     EXPECT_EQ(ticks_since_backup, 0);
     loop_pass(state);
     EXPECT_EQ(backup_requested, 0);
-    EXPECT_TRUE(plat.commands.empty());
+    EXPECT_EQ(plat.commands, client_backup_commands()); // no configuration saver
     EXPECT_EQ(ticks_since_backup, 1);
     EXPECT_TRUE(plat.alarms.empty()); // no tick was processed
 }
@@ -214,7 +221,7 @@ TEST_F(Daemon, PeriodicBackupFollowsThe61stTick)
     EXPECT_EQ(ticks_since_backup, 61);
     tick_pending = 1;
     loop_pass(state);
-    EXPECT_EQ(plat.commands, std::vector<std::string>{SAVECONFIG});
+    EXPECT_EQ(plat.commands, full_backup_commands());
     EXPECT_EQ(ticks_since_backup, 1);
 }
 
@@ -222,7 +229,7 @@ TEST_F(Daemon, SaveBackupRunsConfigurationSaverInBackgroundAndRestartsCount)
 {
     ticks_since_backup = 33;
     EXPECT_EQ(save_backup(), 0);
-    EXPECT_EQ(plat.commands, std::vector<std::string>{SAVECONFIG});
+    EXPECT_EQ(plat.commands, std::vector<std::string>{SAVECONFIG_COMMAND});
     EXPECT_EQ(ticks_since_backup, 0);
 }
 

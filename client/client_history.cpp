@@ -1,0 +1,237 @@
+#include "client/client_history.h"
+
+#include "client_mac/mac_usage.h"
+#include "core/atomic_file.h"
+#include "core/local_time.h"
+#include "core/read_file.h"
+#include "platform/platform.h"
+#include "platform/strutils.h"
+
+#include <arpa/inet.h>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* SCRATCH = "/tmp/ruvo_client.tmp";
+constexpr const char* TIME_INITIALIZED = "/var/run/korel/time_initialized";
+constexpr const char* LIVE_DIRS[3] = {"/var/run/korel/client_usage_hourly",
+                                      "/var/run/korel/client_usage_daily",
+                                      "/var/run/korel/client_usage_monthly"};
+constexpr const char* BACKUP_DIRS[3] = {"/tmp/ruvo_client_hourly", "/tmp/ruvo_client_daily",
+                                        "/tmp/ruvo_client_monthly"};
+constexpr int FILES_KEPT[3] = {24, 32, 60};
+constexpr int LINE_SIZE = 256;
+
+// The name of the period that starts at start: "%Y-%m-%d-%H" for hours, "%Y-%m-%d" for
+// days and months (of the month's first day).
+std::string period_name(int kind, time_t start)
+{
+    struct tm tm = local_tm(start);
+    char name[32];
+    if (strftime(name, sizeof name, kind == PERIOD_HOURLY ? "%Y-%m-%d-%H" : "%Y-%m-%d", &tm) == 0)
+        return std::string();
+    return name;
+}
+
+std::string file_in(const char* dir, const std::string& stem)
+{
+    return std::string(dir) + "/" + stem + ".csv";
+}
+
+// "address,type,first,second": two texts without ':' or ',' and two unsigned decimal
+// numbers. Returns false for a line of another shape.
+bool parse_client_line(const char* line, std::string* address, std::string* type, uint64_t* first,
+                       uint64_t* second)
+{
+    size_t length = strcspn(line, ":,");
+    if (length == 0 || line[length] != ',')
+        return false;
+    *address = std::string(line, length);
+    const char* p = line + length + 1;
+    length = strcspn(p, ":,");
+    if (length == 0 || p[length] != ',')
+        return false;
+    *type = std::string(p, length);
+    p += length + 1;
+    uint64_t* values[2] = {first, second};
+    for (int k = 0; k < 2; ++k) {
+        if (k == 1) {
+            if (*p != ',')
+                return false;
+            ++p;
+        }
+        while (isspace(static_cast<unsigned char>(*p)))
+            ++p;
+        if (!isdigit(static_cast<unsigned char>(*p)))
+            return false;
+        char* end = nullptr;
+        errno = 0;
+        unsigned long long v = strtoull(p, &end, 10);
+        if (errno == ERANGE)
+            return false;
+        *values[k] = v;
+        p = end;
+    }
+    return true;
+}
+
+int compare_descending(const void* a, const void* b)
+{
+    return strcmp(*static_cast<char* const*>(b), *static_cast<char* const*>(a));
+}
+
+void sort_descending(iplist* names)
+{
+    if (names->count > 1)
+        qsort(names->items, static_cast<size_t>(names->count), sizeof(char*), compare_descending);
+}
+
+void run(const char* command)
+{
+    sys_system(command);
+}
+
+} // namespace
+
+const char* client_live_dir(int kind) { return LIVE_DIRS[kind]; }
+const char* client_backup_dir(int kind) { return BACKUP_DIRS[kind]; }
+
+void client_usage_dir_limit(const char* dir, int kind, int keep)
+{
+    dir_ptr d = open_directory(dir);
+    if (!d)
+        return;
+    iplist* names = init_iplist();
+    if (!names)
+        return;
+    while (const dirent* entry = readdir(d.get())) {
+        if (entry->d_name[0] == '.')
+            continue;
+        std::string stem(entry->d_name, strcspn(entry->d_name, "."));
+        insert_iplist(names, stem.c_str());
+    }
+    sort_descending(names);
+    if (is_readable(TIME_INITIALIZED) && kind >= PERIOD_HOURLY && kind <= PERIOD_MONTHLY) {
+        // Files dated after the current period (the clock went back) go first.
+        std::string current = period_name(kind == PERIOD_HOURLY ? PERIOD_HOURLY : PERIOD_DAILY, sys_time());
+        while (names->count > 0 && strcmp(names->items[0], current.c_str()) > 0) {
+            std::string newest = names->items[0];
+            unlink(sys_path(file_in(dir, newest).c_str()).c_str());
+            remove_iplist(names, newest.c_str());
+            sort_descending(names);
+        }
+    }
+    for (int i = keep < 0 ? 0 : keep; i < names->count; ++i)
+        unlink(sys_path(file_in(dir, names->items[i]).c_str()).c_str());
+    free_iplist(names);
+}
+
+void save_client_usage(client_usage_tables* tables)
+{
+    for (int kind = PERIOD_HOURLY; kind <= PERIOD_MONTHLY; ++kind)
+        client_usage_dir_limit(LIVE_DIRS[kind], kind, FILES_KEPT[kind]);
+    ruvo_client_mac_usage_history_limit();
+    ruvo_client_mac_usage_save();
+    if (!tables)
+        return;
+    for (const client_table& table : tables->table) {
+        time_t start = 0;
+        if (!client_period_start(table.kind, table.time, &start))
+            continue;
+        atomic_file out(SCRATCH);
+        if (!out.is_open())
+            return;
+        int lines = 0;
+        for (const client_record* head : table.chains)
+            for (const client_record* r = head; r; r = r->next) {
+                if (!r->present)
+                    continue;
+                for (int type = TYPE_LAN; type < CLIENT_TYPES; ++type) {
+                    if (r->first[type] == 0 && r->second[type] == 0)
+                        continue;
+                    fprintf(out.stream(), "%s,%s,%lld,%lld\n", r->address_text, client_usage_type_name[type],
+                            static_cast<long long>(r->first[type] >> 10),
+                            static_cast<long long>(r->second[type] >> 10));
+                    ++lines;
+                }
+            }
+        // A period without traffic leaves no file, and an older file of its name alone.
+        if (lines > 0)
+            out.commit(file_in(LIVE_DIRS[table.kind], period_name(table.kind, start)).c_str());
+    }
+}
+
+void load_client_period_file(const struct tm& tm, client_table& table, int kind, bool baseline)
+{
+    struct tm moment = tm;
+    time_t start = 0;
+    if (!client_period_start(kind, normalise_local(&moment), &start))
+        return;
+    std::string name = period_name(kind, start);
+    dir_ptr d = open_directory(LIVE_DIRS[kind]);
+    if (!d || !directory_has(d.get(), (name + ".csv").c_str()))
+        return;
+    file_ptr f = open_for_reading(file_in(LIVE_DIRS[kind], name).c_str());
+    if (!f)
+        return;
+    table.prev_time = table.time;
+    table.time = start;
+    char line[LINE_SIZE];
+    while (fgets(line, sizeof line, f.get())) {
+        std::string address, type_name;
+        uint64_t first = 0, second = 0;
+        if (!parse_client_line(line, &address, &type_name, &first, &second))
+            continue;
+        struct in_addr a;
+        if (address.size() >= sizeof(client_record::address_text) || !inet_aton(address.c_str(), &a))
+            continue;
+        const int type = client_type_of(type_name.c_str());
+        first *= 1024;
+        second *= 1024;
+        client_record* r = find_client(table, a.s_addr);
+        if (!r) {
+            r = add_client(table, a.s_addr, address.c_str());
+            if (r && baseline) {
+                r->first[TYPE_RAW] = r->first[type] = first;
+                r->second[TYPE_RAW] = r->second[type] = second;
+            }
+            // Without the baseline flag the first line only creates the client: its values
+            // are dropped, deliberately.
+        } else if (baseline) {
+            // A further line of a known client becomes its raw values, and its type's
+            // counters start again from 0, deliberately.
+            r->first[TYPE_RAW] = first;
+            r->second[TYPE_RAW] = second;
+            r->baseline_pending = 1;
+            r->first[type] = 0;
+            r->second[type] = 0;
+        } else {
+            r->first[type] = first;
+            r->second[type] = second;
+        }
+    }
+}
+
+void create_backup_client_usage(client_usage_tables*)
+{
+    run("rm -rf /tmp/ruvo_client_hourly");
+    run("rm -rf /tmp/ruvo_client_daily");
+    run("rm -rf /tmp/ruvo_client_monthly");
+    run("cp -rf /var/run/korel/client_usage_hourly /tmp/ruvo_client_hourly");
+    run("cp -rf /var/run/korel/client_usage_daily /tmp/ruvo_client_daily");
+    run("cp -rf /var/run/korel/client_usage_monthly /tmp/ruvo_client_monthly");
+    ruvo_client_mac_usage_history_backup();
+}
+
+void client_usage_cleanup_history_files()
+{
+    run("rm -rf /var/run/korel/client_usage_hourly");
+    run("rm -rf /var/run/korel/client_usage_daily");
+    run("rm -rf /var/run/korel/client_usage_monthly");
+    ruvo_client_mac_usage_history_clear();
+}

@@ -1,0 +1,66 @@
+// The client usage tables: per client IPv4 address and source type, the traffic of the
+// current hour, day and month.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+
+// Period kinds.
+constexpr int PERIOD_HOURLY = 0;
+constexpr int PERIOD_DAILY = 1;
+constexpr int PERIOD_MONTHLY = 2;
+
+// Source types: the index into client_usage_type_name and into a record's counters. Slot 0
+// ("Total") holds the last raw kernel reading.
+constexpr int CLIENT_TYPES = 6;
+constexpr int TYPE_RAW = 0;
+constexpr int TYPE_LAN = 1;
+constexpr int TYPE_SROUTE = 2;
+constexpr int TYPE_PPTP = 3;
+constexpr int TYPE_VPN = 4;
+constexpr int TYPE_L2TP = 5;
+extern const char* const client_usage_type_name[CLIENT_TYPES];
+
+// Chains per table: an address is found in chain (address, first octet most significant)
+// modulo 8191, so that a reading stays linear in the number of clients.
+constexpr uint32_t CLIENT_CHAINS = 8191;
+
+struct client_record {
+    uint32_t present;          // created or changed in the current period: written to the files
+    uint32_t baseline_pending; // set at creation, cleared by the first counted reading
+    uint32_t type;             // 1..5, 0 until classified
+    char address_text[16];
+    uint32_t address;          // network byte order
+    uint64_t second[CLIENT_TYPES];
+    uint64_t first[CLIENT_TYPES];
+    client_record* next;
+};
+
+struct client_table {
+    time_t time;       // time of the latest reading, or the start of a loaded file's period
+    time_t prev_time;
+    int kind;
+    client_record* chains[CLIENT_CHAINS];
+};
+
+struct client_usage_tables {
+    client_table table[3]; // hourly, daily, monthly
+};
+
+// The chain of an address given in network byte order.
+uint32_t client_chain(uint32_t address);
+
+// The record of an address in a table, or null.
+client_record* find_client(client_table& table, uint32_t address);
+
+// A new zeroed record at the head of its chain, present and baseline pending; null when
+// memory runs out (the line is then not counted in that table).
+client_record* add_client(client_table& table, uint32_t address, const char* address_text);
+
+// The source type of a type name of the history files: 1 ("lan") for a name it does not know.
+int client_type_of(const char* name);
+
+// Start of the period of the given kind that holds t (local time): the hour, the day, or the
+// month. Returns false for a kind other than 0 to 2.
+bool client_period_start(int kind, time_t t, time_t* start);
