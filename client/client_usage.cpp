@@ -203,4 +203,5 @@ void client_usage_free(client_usage_tables* tables)
         }
     free(tables);
     free_client_sources();
+    free_mac_tables();
 }

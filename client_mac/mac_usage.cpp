@@ -1,12 +1,287 @@
 #include "client_mac/mac_usage.h"
 
-// Usage by MAC address is not kept yet: the client accounting calls these at their places.
-int ruvo_client_mac_usage_init() { return 0; }
-void ruvo_client_mac_usage_fixup(time_t) {}
-int ruvo_client_mac_usage_prepare() { return 0; }
-void ruvo_client_mac_usage_add(uint32_t, int32_t, uint64_t, uint64_t, int32_t, int32_t) {}
-void ruvo_client_mac_usage_finalize() {}
-void ruvo_client_mac_usage_save() {}
-int ruvo_client_mac_usage_history_limit() { return 0; }
-int ruvo_client_mac_usage_history_backup() { return 0; }
-int ruvo_client_mac_usage_history_clear() { return 0; }
+#include "core/read_file.h"
+#include "platform/platform.h"
+
+#include <arpa/inet.h>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+mac_usage_entry* mac_usage_table[MAC_BUCKETS];
+int mac_usage_count;
+time_t mac_usage_hour;
+
+namespace {
+
+constexpr const char* PROC_NET_ARP = "/proc/net/arp";
+constexpr const char* EVENT_PIPE = "/etc/event_pipe";
+constexpr const char* DELETED_ARP = "/var/run/korel/deleted_arp.wlan";
+constexpr const char* DELETED_ARP_TAKEN = "/var/run/korel/deleted_arp.wlan.ruvo";
+constexpr const char* DUMP_REQUEST = "[DUMP DELETED ARP]\n";
+constexpr int LINE_SIZE = 1024;
+// The deleted-entry file is looked for three times, 50 ms apart: about 100 ms in all.
+constexpr int DELETED_ARP_TESTS = 3;
+constexpr long DELETED_ARP_WAIT_NS = 50L * 1000 * 1000;
+
+struct arp_entry {
+    uint32_t address;
+    uint64_t mac;
+    arp_entry* next;
+};
+using arp_table = arp_entry* [MAC_BUCKETS];
+
+arp_table arp_tables[2];
+unsigned arp_generation;
+arp_table deleted_arp_table;
+
+unsigned arp_bucket(uint32_t address) { return ntohl(address) & 0xfffu; }
+
+unsigned usage_bucket(uint64_t mac, uint32_t address)
+{
+    return mac ? static_cast<unsigned>(mac & 0xfffu) : arp_bucket(address);
+}
+
+bool add_arp(arp_table& table, uint32_t address, uint64_t mac)
+{
+    arp_entry* e = static_cast<arp_entry*>(malloc(sizeof(arp_entry)));
+    if (!e)
+        return false;
+    e->address = address;
+    e->mac = mac;
+    arp_entry*& head = table[arp_bucket(address)];
+    e->next = head;
+    head = e;
+    return true;
+}
+
+void empty_arp(arp_table& table)
+{
+    for (arp_entry*& head : table)
+        while (arp_entry* e = head) {
+            head = e->next;
+            free(e);
+        }
+}
+
+// The first entry of the address's bucket with that address, or null.
+const arp_entry* find_arp(const arp_table& table, uint32_t address)
+{
+    for (const arp_entry* e = table[arp_bucket(address)]; e; e = e->next)
+        if (e->address == address)
+            return e;
+    return nullptr;
+}
+
+// Loads the ARP table: complete entries (flags 2 or 6) on LAN bridge interfaces ("br...").
+int load_proc_net_arp(arp_table& table)
+{
+    file_ptr f = open_for_reading(PROC_NET_ARP);
+    if (!f)
+        return -1;
+    char line[LINE_SIZE];
+    while (fgets(line, sizeof line, f.get())) {
+        char ip[16], flags[20], mac[18], device[20];
+        if (sscanf(line, "%15[0-9.] %*[0-9A-Fa-fx] %19[0-9A-Fa-fx] %17[0-9A-Fa-f:] %*s %19s", ip, flags, mac,
+                   device) != 4)
+            continue;
+        if (strncmp(device, "br", 2) != 0)
+            continue;
+        unsigned long state = strtoul(flags, nullptr, 16) & 0xffu;
+        if (state != 2 && state != 6)
+            continue;
+        struct in_addr a;
+        uint32_t address = inet_aton(ip, &a) ? a.s_addr : 0;
+        if (!add_arp(table, address, parse_mac_text(mac)))
+            break;
+    }
+    return 0;
+}
+
+// Loads the wireless side's list of deleted ARP entries; the first MAC listed for an
+// address wins.
+int load_deleted_arp(const char* path)
+{
+    file_ptr f = open_for_reading(path);
+    if (!f)
+        return -1;
+    char line[LINE_SIZE];
+    while (fgets(line, sizeof line, f.get())) {
+        char ip[16], mac[18];
+        if (sscanf(line, "%15[0-9.] %17[0-9A-Fa-f:]", ip, mac) != 2)
+            continue;
+        struct in_addr a;
+        if (!inet_aton(ip, &a) || a.s_addr == 0)
+            continue;
+        const arp_entry* known = find_arp(deleted_arp_table, a.s_addr);
+        if (known && known->mac != 0)
+            continue;
+        if (!add_arp(deleted_arp_table, a.s_addr, parse_mac_text(mac)))
+            break;
+    }
+    return 0;
+}
+
+// Asks the wireless side for its deleted entries. The pipe is opened without blocking: with
+// nobody reading it the request is skipped for this reading, and the tick goes on.
+bool request_deleted_arp_dump()
+{
+    if (!path_exists(EVENT_PIPE))
+        return false;
+    int fd = open(sys_path(EVENT_PIPE).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    ssize_t written = write(fd, DUMP_REQUEST, strlen(DUMP_REQUEST));
+    (void)written; // a full pipe only loses this reading's list
+    close(fd);
+    return true;
+}
+
+bool wait_for_deleted_arp()
+{
+    for (int test = 1;; ++test) {
+        if (path_exists(DELETED_ARP))
+            return true;
+        if (test == DELETED_ARP_TESTS)
+            return false;
+        struct timespec pause = {0, DELETED_ARP_WAIT_NS};
+        nanosleep(&pause, nullptr);
+    }
+}
+
+} // namespace
+
+uint64_t parse_mac_text(const char* text)
+{
+    uint64_t mac = 0;
+    const char* p = text;
+    for (int field = 0; field < 6; ++field) {
+        char* end = nullptr;
+        long value = strtol(p, &end, 16);
+        if (end == p)
+            return 0; // a field without digits: no MAC
+        mac = (mac << 8) + static_cast<uint64_t>(value);
+        p = end;
+        if (field < 5 && *p != '\0')
+            ++p; // the separator, whatever it is
+    }
+    return mac;
+}
+
+mac_usage_entry* insert_mac_usage(uint64_t mac, uint32_t address, int32_t type, uint64_t second, uint64_t first)
+{
+    if (mac_usage_count >= MAC_USAGE_MAX)
+        return nullptr;
+    mac_usage_entry* e = static_cast<mac_usage_entry*>(malloc(sizeof(mac_usage_entry)));
+    if (!e)
+        return nullptr;
+    e->mac = mac;
+    e->address = address;
+    e->type = type;
+    e->second = second;
+    e->first = first;
+    mac_usage_entry*& head = mac_usage_table[usage_bucket(mac, address)];
+    e->next = head;
+    head = e;
+    ++mac_usage_count;
+    return e;
+}
+
+void empty_mac_usage_table()
+{
+    for (mac_usage_entry*& head : mac_usage_table)
+        while (mac_usage_entry* e = head) {
+            head = e->next;
+            free(e);
+        }
+    mac_usage_count = 0;
+}
+
+uint64_t resolve_mac(uint32_t address)
+{
+    const arp_table* order[3] = {&arp_tables[arp_generation % 2], &arp_tables[(arp_generation - 1) % 2],
+                                 &deleted_arp_table};
+    for (const arp_table* table : order) {
+        const arp_entry* e = find_arp(*table, address);
+        if (e && e->mac != 0)
+            return e->mac;
+    }
+    return 0;
+}
+
+int ruvo_client_mac_usage_init()
+{
+    time_t now = sys_time();
+    mac_usage_hour = now - now % 3600;
+    mkdir(sys_path("/var/run/korel/client_usage_mac_hourly").c_str(), 0755);
+    mkdir(sys_path("/tmp/ruvo_client_mac_hourly").c_str(), 0755);
+    // Restores the backup of the hourly files after a restart.
+    sys_system("cp -f /tmp/ruvo_client_mac_hourly/* /var/run/korel/client_usage_mac_hourly/");
+    return load_mac_hour_file(mac_usage_hour);
+}
+
+void ruvo_client_mac_usage_fixup(time_t now)
+{
+    time_t hour = now - now % 3600;
+    if (hour == mac_usage_hour)
+        return;
+    // A new hour starts a fresh table; a return to an hour already saved continues from its
+    // file.
+    empty_mac_usage_table();
+    mac_usage_hour = hour;
+    load_mac_hour_file(hour);
+}
+
+int ruvo_client_mac_usage_prepare()
+{
+    bool requested = request_deleted_arp_dump();
+    if (load_proc_net_arp(arp_tables[arp_generation % 2]) != 0)
+        return -1;
+    if (!requested)
+        return 0;
+    if (!wait_for_deleted_arp())
+        return -1;
+    // Taken under another name, so that the wireless side can write a new list meanwhile.
+    std::string taken = sys_path(DELETED_ARP_TAKEN);
+    rename(sys_path(DELETED_ARP).c_str(), taken.c_str());
+    load_deleted_arp(DELETED_ARP_TAKEN);
+    return unlink(taken.c_str());
+}
+
+void ruvo_client_mac_usage_add(uint32_t address, int32_t type, uint64_t second, uint64_t first, int32_t kind,
+                               int32_t /*is_delta*/)
+{
+    // Only the hour is tracked. The values are always added, deliberately, also when they
+    // are the totals of a fresh period.
+    if (kind != 0)
+        return;
+    uint64_t mac = resolve_mac(address);
+    uint32_t key_address = mac ? 0 : address;
+    int32_t key_type = mac ? 1 : type;
+    for (mac_usage_entry* e = mac_usage_table[usage_bucket(mac, key_address)]; e; e = e->next)
+        if (e->mac == mac && e->address == key_address && e->type == key_type) {
+            e->first += first;
+            e->second += second;
+            return;
+        }
+    insert_mac_usage(mac, key_address, key_type, second, first); // dropped when full
+}
+
+void ruvo_client_mac_usage_finalize()
+{
+    ++arp_generation;
+    // The table of the snapshot before the previous one becomes the current table, empty.
+    empty_arp(arp_tables[arp_generation % 2]);
+    empty_arp(deleted_arp_table);
+}
+
+void free_mac_tables()
+{
+    empty_mac_usage_table();
+    empty_arp(arp_tables[0]);
+    empty_arp(arp_tables[1]);
+    empty_arp(deleted_arp_table);
+}

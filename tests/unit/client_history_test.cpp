@@ -775,7 +775,9 @@ TEST_F(ClientHistoryCommands, BackupCopiesTheLiveDirectoriesToTheirBackupPlaces)
                                  "rm -rf /tmp/ruvo_client_monthly",
                                  "cp -rf /var/run/korel/client_usage_hourly /tmp/ruvo_client_hourly",
                                  "cp -rf /var/run/korel/client_usage_daily /tmp/ruvo_client_daily",
-                                 "cp -rf /var/run/korel/client_usage_monthly /tmp/ruvo_client_monthly"}));
+                                 "cp -rf /var/run/korel/client_usage_monthly /tmp/ruvo_client_monthly",
+                                 "rm -rf /tmp/ruvo_client_mac_hourly;cp -rf /var/run/korel/client_usage_mac_hourly "
+                                 "/tmp/ruvo_client_mac_hourly"}));
 
     plat.commands.clear();
     create_backup_client_usage(nullptr);
@@ -787,7 +789,8 @@ TEST_F(ClientHistoryCommands, CleanupRemovesTheLiveDirectories)
     client_usage_cleanup_history_files();
     EXPECT_EQ(plat.commands, (std::vector<std::string>{"rm -rf /var/run/korel/client_usage_hourly",
                                                        "rm -rf /var/run/korel/client_usage_daily",
-                                                       "rm -rf /var/run/korel/client_usage_monthly"}));
+                                                       "rm -rf /var/run/korel/client_usage_monthly",
+                                                       "rm -rf /var/run/korel/client_usage_mac_hourly"}));
 }
 
 TEST_F(ClientHistoryCommands, DirectoriesOfEachKind)
@@ -810,10 +813,11 @@ TEST_F(ClientHistoryInit, CreatesTheDirectoriesAndRestoresThemFromTheBackups)
     ASSERT_NE(tables, nullptr);
 
     EXPECT_EQ(plat.commands, start_up_commands());
-    EXPECT_EQ(std::vector<std::string>(plat.commands.begin() + 3, plat.commands.end()),
+    EXPECT_EQ(std::vector<std::string>(plat.commands.begin() + 4, plat.commands.end()),
               (std::vector<std::string>{"cp -r /tmp/ruvo_client_hourly/* /var/run/korel/client_usage_hourly/",
                                         "cp -r /tmp/ruvo_client_daily/* /var/run/korel/client_usage_daily/",
-                                        "cp -r /tmp/ruvo_client_monthly/* /var/run/korel/client_usage_monthly/"}));
+                                        "cp -r /tmp/ruvo_client_monthly/* /var/run/korel/client_usage_monthly/",
+                                        "cp -f /tmp/ruvo_client_mac_hourly/* /var/run/korel/client_usage_mac_hourly/"}));
     for (const char* dir : {HOURLY_DIR, DAILY_DIR, MONTHLY_DIR, HOURLY_BACKUP, DAILY_BACKUP, MONTHLY_BACKUP}) {
         struct stat st;
         ASSERT_EQ(stat(real(dir).c_str(), &st), 0) << dir;
@@ -867,7 +871,8 @@ TEST_F(ClientHistoryInit, LoadsTheCurrentPeriodsFilesWithTheBaselineFlag)
     EXPECT_EQ(plat.commands,
               (std::vector<std::string>{"cp -r /tmp/ruvo_client_hourly/* /var/run/korel/client_usage_hourly/",
                                         "cp -r /tmp/ruvo_client_daily/* /var/run/korel/client_usage_daily/",
-                                        "cp -r /tmp/ruvo_client_monthly/* /var/run/korel/client_usage_monthly/"}));
+                                        "cp -r /tmp/ruvo_client_monthly/* /var/run/korel/client_usage_monthly/",
+                                        "cp -f /tmp/ruvo_client_mac_hourly/* /var/run/korel/client_usage_mac_hourly/"}));
 }
 
 TEST_F(ClientHistoryInit, CurrentPeriodsAreTakenInLocalTime)

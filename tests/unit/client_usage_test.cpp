@@ -123,6 +123,7 @@ TEST_F(ClientUsage, InitCreatesTheDirectoriesAndRestoresEachFromItsBackup)
                                  "cp -r /tmp/ruvo_client_hourly/* /var/run/korel/client_usage_hourly/",
                                  "cp -r /tmp/ruvo_client_daily/* /var/run/korel/client_usage_daily/",
                                  "cp -r /tmp/ruvo_client_monthly/* /var/run/korel/client_usage_monthly/",
+                                 "cp -f /tmp/ruvo_client_mac_hourly/* /var/run/korel/client_usage_mac_hourly/",
                              }));
     for (const char* dir : {"/tmp/ruvo_client_hourly", "/tmp/ruvo_client_daily", "/tmp/ruvo_client_monthly",
                             "/var/run/korel/client_usage_hourly", "/var/run/korel/client_usage_daily",

@@ -14,7 +14,9 @@ inline std::vector<std::string> client_backup_commands()
             "rm -rf /tmp/ruvo_client_monthly",
             "cp -rf /var/run/korel/client_usage_hourly /tmp/ruvo_client_hourly",
             "cp -rf /var/run/korel/client_usage_daily /tmp/ruvo_client_daily",
-            "cp -rf /var/run/korel/client_usage_monthly /tmp/ruvo_client_monthly"};
+            "cp -rf /var/run/korel/client_usage_monthly /tmp/ruvo_client_monthly",
+            "rm -rf /tmp/ruvo_client_mac_hourly;cp -rf /var/run/korel/client_usage_mac_hourly "
+            "/tmp/ruvo_client_mac_hourly"};
 }
 
 // A full backup: the client copies, then the configuration saver in the background.
@@ -31,7 +33,9 @@ inline std::vector<std::string> start_up_commands()
     return {"rm -rf /var/run/korel/client_usage_hourly",
             "rm -rf /var/run/korel/client_usage_daily",
             "rm -rf /var/run/korel/client_usage_monthly",
+            "rm -rf /var/run/korel/client_usage_mac_hourly",
             "cp -r /tmp/ruvo_client_hourly/* /var/run/korel/client_usage_hourly/",
             "cp -r /tmp/ruvo_client_daily/* /var/run/korel/client_usage_daily/",
-            "cp -r /tmp/ruvo_client_monthly/* /var/run/korel/client_usage_monthly/"};
+            "cp -r /tmp/ruvo_client_monthly/* /var/run/korel/client_usage_monthly/",
+            "cp -f /tmp/ruvo_client_mac_hourly/* /var/run/korel/client_usage_mac_hourly/"};
 }
