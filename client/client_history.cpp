@@ -3,13 +3,12 @@
 #include "client_mac/mac_usage.h"
 #include "core/atomic_file.h"
 #include "core/local_time.h"
+#include "core/number_text.h"
 #include "core/read_file.h"
 #include "platform/platform.h"
 #include "platform/strutils.h"
 
 #include <arpa/inet.h>
-#include <cctype>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -57,27 +56,7 @@ bool parse_client_line(const char* line, std::string* address, std::string* type
     if (length == 0 || p[length] != ',')
         return false;
     *type = std::string(p, length);
-    p += length + 1;
-    uint64_t* values[2] = {first, second};
-    for (int k = 0; k < 2; ++k) {
-        if (k == 1) {
-            if (*p != ',')
-                return false;
-            ++p;
-        }
-        while (isspace(static_cast<unsigned char>(*p)))
-            ++p;
-        if (!isdigit(static_cast<unsigned char>(*p)))
-            return false;
-        char* end = nullptr;
-        errno = 0;
-        unsigned long long v = strtoull(p, &end, 10);
-        if (errno == ERANGE)
-            return false;
-        *values[k] = v;
-        p = end;
-    }
-    return true;
+    return parse_two_counts(p + length + 1, first, second);
 }
 
 int compare_descending(const void* a, const void* b)

@@ -5,12 +5,11 @@
 #include "client_mac/mac_usage.h"
 #include "core/atomic_file.h"
 #include "core/local_time.h"
+#include "core/number_text.h"
 #include "core/read_file.h"
 #include "platform/platform.h"
 
 #include <arpa/inet.h>
-#include <cctype>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -49,33 +48,6 @@ int compare_mac_usage(const void* a, const void* b)
     uint64_t ta = total(*static_cast<const mac_usage_entry*>(a));
     uint64_t tb = total(*static_cast<const mac_usage_entry*>(b));
     return ta < tb ? 1 : ta > tb ? -1 : 0;
-}
-
-// Two unsigned decimal numbers separated by one ','; false unless both are there and fit
-// 64 bits.
-bool parse_two_counts(const char* text, uint64_t* first, uint64_t* second)
-{
-    uint64_t* values[2] = {first, second};
-    const char* p = text;
-    for (int k = 0; k < 2; ++k) {
-        if (k == 1) {
-            if (*p != ',')
-                return false;
-            ++p;
-        }
-        while (isspace(static_cast<unsigned char>(*p)))
-            ++p;
-        if (!isdigit(static_cast<unsigned char>(*p)))
-            return false;
-        char* end = nullptr;
-        errno = 0;
-        unsigned long long v = strtoull(p, &end, 10);
-        if (errno == ERANGE)
-            return false;
-        *values[k] = v;
-        p = end;
-    }
-    return true;
 }
 
 int type_index(const char* name)

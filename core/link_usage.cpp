@@ -1,6 +1,7 @@
 #include "core/link_usage.h"
 
 #include "core/local_time.h"
+#include "core/number_text.h"
 #include "core/read_file.h"
 
 #include <cctype>
@@ -42,36 +43,14 @@ bool parse_long(const char* text, long* out)
     return true;
 }
 
-// An unsigned decimal counter as strtoull reads it (leading blanks), refusing a sign, a
-// missing number and a value beyond 64 bits: strtoull would turn "-5" into 2^64 - 5 and an
-// overlong number into 2^64 - 1, and either would credit the link with a false delta.
-bool parse_counter(const char* text, const char** end, uint64_t* out)
-{
-    const char* p = text;
-    while (isspace(static_cast<unsigned char>(*p)))
-        ++p;
-    if (!isdigit(static_cast<unsigned char>(*p)))
-        return false;
-    char* stop = nullptr;
-    errno = 0;
-    unsigned long long value = strtoull(p, &stop, 10);
-    if (errno == ERANGE)
-        return false;
-    *out = value;
-    *end = stop;
-    return true;
-}
-
 // The two counters of an "OVERALL" value: a number, exactly one separating character, and
 // a second number. A line without both numbers is not a sample.
 bool parse_overall(const char* text, uint64_t values[2])
 {
-    const char* end = nullptr;
-    if (!parse_counter(text, &end, &values[0]))
+    const char* end = parse_count(text, &values[0]);
+    if (!end || *end == '\0' || *end == '\n')
         return false;
-    if (*end == '\0' || *end == '\n')
-        return false;
-    return parse_counter(end + 1, &end, &values[1]);
+    return parse_count(end + 1, &values[1]) != nullptr;
 }
 
 void set_sample_time(wan_usage& record, time_t sample_time)

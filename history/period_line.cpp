@@ -1,10 +1,8 @@
 #include "history/period_line.h"
 
 #include "core/local_time.h"
+#include "core/number_text.h"
 
-#include <cctype>
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -45,26 +43,6 @@ const char* read_date(const char* text, const char* format, struct tm* tm)
     return text ? strptime(text, format, tm) : nullptr;
 }
 
-// An unsigned decimal number as strtoull reads it; returns the text after it, or null when
-// there is no number (a sign included) or it does not fit 64 bits.
-const char* read_number(const char* text, uint64_t* value)
-{
-    if (!text)
-        return nullptr;
-    const char* p = text;
-    while (isspace(static_cast<unsigned char>(*p)))
-        ++p;
-    if (!isdigit(static_cast<unsigned char>(*p)))
-        return nullptr;
-    char* end = nullptr;
-    errno = 0;
-    unsigned long long v = strtoull(p, &end, 10);
-    if (errno == ERANGE)
-        return nullptr;
-    *value = v;
-    return end;
-}
-
 // Steps over the one character between two fields; null at the end of the text.
 const char* skip_one(const char* text)
 {
@@ -74,8 +52,8 @@ const char* skip_one(const char* text)
 bool read_dated(const char* line, const char* date_format, struct tm* tm, uint64_t* value1,
                 uint64_t* value2)
 {
-    const char* p = read_number(skip_one(read_date(line, date_format, tm)), value1);
-    p = read_number(skip_one(p), value2);
+    const char* p = parse_count(skip_one(read_date(line, date_format, tm)), value1);
+    p = parse_count(skip_one(p), value2);
     tm->tm_isdst = -1;
     return p != nullptr;
 }
@@ -133,8 +111,8 @@ bool read_period_line(const char* line, struct tm* first, struct tm* last, uint6
                       uint64_t* value2)
 {
     const char* p = read_date(skip_one(read_date(line, "%Y-%m-%d", first)), "%Y-%m-%d", last);
-    p = read_number(skip_one(p), value1);
-    p = read_number(skip_one(p), value2);
+    p = parse_count(skip_one(p), value1);
+    p = parse_count(skip_one(p), value2);
     first->tm_isdst = -1;
     last->tm_isdst = -1;
     return p != nullptr;
