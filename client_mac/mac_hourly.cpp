@@ -136,6 +136,7 @@ int load_mac_hour_file(time_t hour)
             if (mac == 0)
                 continue;
         }
+        // The counts are unsigned KiB: a sign or a value beyond 64 bits makes the line skipped.
         uint64_t first = 0, second = 0;
         if (!parse_two_counts(line + consumed, &first, &second))
             continue;
