@@ -1,6 +1,7 @@
 #!/bin/sh
 # Builds the benchmarks (build-bench/, -DRUVO_BENCH=ON), runs them, counts the instructions
-# of one client reading + save with callgrind, and measures peak memory.
+# of one client reading + save (the MAC work included) with callgrind, shows the part of
+# them that the MAC operations take, and measures peak memory.
 # Usage: bench/run.sh   (from any directory; about 2 to 3 minutes on 2 cores)
 set -eu
 
@@ -42,6 +43,14 @@ echo "== Time of one reading + save (Google Benchmark; CPU is the process's user
 "$bench" --benchmark_filter='^BM_Reading' --benchmark_counters_tabular=true
 
 echo
+echo "== Heap over ticks, with glibc's per-thread cache off (its parked blocks count as in use)"
+GLIBC_TUNABLES=glibc.malloc.tcache_count=0 "$bench" --benchmark_filter='^BM_ReadingAfterPriorReadings' \
+    --benchmark_format=json >"$work/heap.json"
+awk -F': ' '/"name"/ { name = $2 } /"heap_KiB"/ { heap = $2 }
+    /"heap_growth_KiB"/ { sub(/,$/, "", heap); sub(/,$/, "", $2); gsub(/"/, "", name); sub(/,$/, "", name)
+        printf "%-50s heap %9.1f KiB, growth over 200 readings %6.2f KiB\n", name, heap, $2 }' "$work/heap.json"
+
+echo
 echo "== Instructions of one reading + save (callgrind, user space only)"
 for case in OneReadingAndSave/1000 OneReadingAndSave/16384 \
             OneReadingAfterPriorReadings/2 OneReadingAfterPriorReadings/1000; do
@@ -54,6 +63,22 @@ for case in OneReadingAndSave/1000 OneReadingAndSave/16384 \
         exit 1
     fi
     printf '%-40s %14s instructions\n' "$case" "$count"
+    cp "$work/callgrind.out" "$work/callgrind.$(echo "$case" | tr / _).out"
+done
+
+echo
+echo "== Of those, the MAC operations (callgrind, inclusive instructions)"
+for clients in 1000 16384; do
+    out="$work/callgrind.OneReadingAndSave_$clients.out"
+    callgrind_annotate --inclusive=yes --threshold=100 "$out" >"$work/annotate.txt" 2>/dev/null
+    printf '%s clients:\n' "$clients"
+    # A function's own total is the line that ends with the binary's name in brackets.
+    for fn in 'ruvo_client_mac_usage_prepare()' 'load_proc_net_arp(' 'load_deleted_arp(' \
+              'ruvo_client_mac_usage_add(' 'ruvo_client_mac_usage_finalize()' \
+              'ruvo_client_mac_usage_history_limit()' 'ruvo_client_mac_usage_save()'; do
+        n=$(grep -F "$fn" "$work/annotate.txt" | grep '\[.*ruvo_bench\]$' | head -n 1 | awk '{ print $1 }')
+        printf '    %-40s %14s\n' "$fn" "${n:-0}"
+    done
 done
 
 echo

@@ -744,3 +744,19 @@ class SharedTmpTestCase(RuvoTestCase):
         self.routers.append(router)
         self.addCleanup(router.cleanup)
         return router
+
+
+# ---------------------------------------------------------------------------
+# Paths as the running daemon sees them
+
+def path_inside(router, path):
+    """The host path that reaches path through the running daemon's own mounts.
+
+    /proc/PID/root walks the daemon's mount namespace, so the overlays over /etc
+    and /usr/local apply.  That matters for a FIFO: overlayfs gives a FIFO of its
+    upper directory an inode of its own, so opening the FIFO in the tree (host())
+    and opening it as the daemon does give two unconnected pipes.
+    """
+    if router.pid is None:
+        raise AssertionError("ruvo is not running")
+    return "/proc/%d/root%s" % (router.pid, path)
