@@ -1,9 +1,22 @@
 #!/bin/sh
-# Builds the benchmarks (build-bench/, -DRUVO_BENCH=ON), runs them, counts the instructions
-# of one client reading + save (the MAC work included) with callgrind, shows the part of
-# them that the MAC operations take, and measures peak memory.
-# Usage: bench/run.sh   (from any directory; about 2 to 3 minutes on 2 cores)
+# Builds the benchmarks (build-bench/, -DRUVO_BENCH=ON) and runs them:
+#   - the client reading + save (the MAC work included): time, heap, instructions
+#     (callgrind), the MAC operations' share, peak memory;
+#   - the whole tick with 5 WAN links (one dual-SIM) at 0, 1,000 and 16,384 clients: time,
+#     instructions and their top entries (callgrind), system calls (strace, when
+#     installed), the pass with the periodic backup, start-up with full backups, ticks
+#     early and after a simulated year, peak memory;
+#   - the stripped size of the ruvo executable (RelWithDebInfo, and MinSizeRel for -Os).
+# Usage: bench/run.sh   (from any directory; about 5 to 6 minutes on 2 cores)
+#        bench/run.sh --year-instructions   also counts the instructions of a tick with 1,000
+#                                           clients after a simulated year (about 5 more
+#                                           minutes: the year runs under valgrind)
 set -eu
+
+year_instructions=no
+if [ "${1:-}" = "--year-instructions" ]; then
+    year_instructions=yes
+fi
 
 here=$(cd "$(dirname "$0")" && pwd)
 source_dir=$(dirname "$here")
@@ -36,7 +49,7 @@ export TMPDIR="$work"
 
 cmake -S "$source_dir" -B "$build_dir" -DRUVO_BENCH=ON -DRUVO_TESTS=OFF \
     -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$build_dir" --target ruvo_bench -j2 >/dev/null
+cmake --build "$build_dir" --target ruvo_bench ruvo -j2 >/dev/null
 bench="$build_dir/bench/ruvo_bench"
 
 echo "== Time of one reading + save (Google Benchmark; CPU is the process's user + system time)"
@@ -90,4 +103,132 @@ for clients in 1000 16384; do
     heap=$(awk -F': ' '/"heap_KiB"/ { sub(/,$/, "", $2); printf "%.0f", $2 }' "$work/out.json")
     printf '%-8s clients: peak RSS %8s KiB; heap of the tables and clients %s KiB\n' \
         "$clients" "$rss" "$heap"
+done
+
+# ---- The whole tick ------------------------------------------------------------------------
+
+# Prints callgrind's total of one run of the bench with the given filter, and keeps its
+# profile as $work/callgrind.<name>.out.
+count_instructions() {
+    name=$1
+    filter=$2
+    valgrind --tool=callgrind --instr-atstart=no --collect-atstart=no \
+        --callgrind-out-file="$work/callgrind.$name.out" \
+        "$bench" --benchmark_filter="$filter" >"$work/callgrind.log" 2>&1
+    count=$(sed -n 's/^==[0-9]*== Collected : //p' "$work/callgrind.log")
+    if [ -z "$count" ]; then
+        cat "$work/callgrind.log" >&2
+        exit 1
+    fi
+    echo "$count"
+}
+
+# The instructions of the calls from process_tick to one function, read from the calling
+# tree of a profile (0 when there is no such call).
+called_from_tick() {
+    n=$(awk -v fn="$2" '/\*  .*daemon\.cpp:process_tick\(/ { on = 1; next } on && /^$/ { exit }
+        on && index($0, fn) { gsub(",", "", $1); print $1; exit }' "$1")
+    echo "${n:-0}"
+}
+
+echo
+echo "== Time of one whole tick: 5 WAN links, WAN 5 dual-SIM (7 records), at the 30 s pace;"
+echo "   full_backups:1 restored at start-up (histories full), :0 an empty tree"
+"$bench" --benchmark_filter='^BM_Tick/' --benchmark_counters_tabular=true
+
+echo
+echo "== The pass of every 61st tick (tick + all backups) and start-up with full backups;"
+echo "   Time is wall time (it includes the cp and rm children), CPU the process's own"
+"$bench" --benchmark_filter='^BM_(TickWithPeriodicBackup|Startup)/' --benchmark_counters_tabular=true
+
+echo
+echo "== 240 ticks at the 30 s pace with 1,000 clients, early (hourly_ticks:0) and after a"
+echo "   simulated year of 8,760 ticks one hour apart; glibc's per-thread cache off for the heap"
+GLIBC_TUNABLES=glibc.malloc.tcache_count=0 "$bench" \
+    --benchmark_filter='^BM_TickAfterHourlyTicks/clients:1000/' --benchmark_counters_tabular=true
+
+echo
+echo "== Instructions of one tick (callgrind, user space only); the WAN part is everything but"
+echo "   the client reading and save"
+printf '%-30s %12s %12s %12s %12s\n' case 'whole tick' 'WAN part' 'client read' 'client save'
+for case in clients:0/full_backups:1 clients:1000/full_backups:1 clients:16384/full_backups:1 \
+            clients:0/full_backups:0; do
+    name=tick_$(echo "$case" | sed 's/clients://; s|/full_backups:|_|')
+    total=$(count_instructions "$name" "^BM_OneTick/$case/")
+    callgrind_annotate --tree=calling --inclusive=yes --threshold=100 "$work/callgrind.$name.out" \
+        >"$work/tree.$name.txt" 2>/dev/null
+    read_part=$(called_from_tick "$work/tree.$name.txt" 'read_client_usage(')
+    save_part=$(called_from_tick "$work/tree.$name.txt" 'save_client_usage(')
+    wan_part=$(echo "$total" | tr -d , | awk -v r="$read_part" -v s="$save_part" '{ print $1 - r - s }')
+    printf '%-30s %12s %12s %12s %12s\n' "$case" "$total" "$wan_part" "$read_part" "$save_part"
+done
+echo "-- the calls of one tick at 0 clients, full backups (inclusive instructions)"
+awk '/\*  .*daemon\.cpp:process_tick\(/ { on = 1; next } on && /^$/ { exit } on' "$work/tree.tick_0_1.txt" |
+    head -n 14 | sed 's|  >  *| |; s|[^ ]*/\([a-z_]*/[a-z_]*\.cpp:\)|\1|'
+for clients in 0 1000 16384; do
+    echo "-- top entries at $clients clients, full backups (exclusive instructions)"
+    callgrind_annotate "$work/callgrind.tick_${clients}_1.out" 2>/dev/null |
+        awk '/file:function/ { on = 1; getline; next } on && NF { print } ' | head -n 8 |
+        sed 's|\[[^]]*\]$||; s|[^ ]*/src/||; s|\./[a-z-]*/\./[a-z-]*/||'
+done
+
+echo
+echo "== Instructions of start-up with full backups (callgrind; the cp and rm children not counted)"
+for clients in 1000 16384; do
+    printf '%-8s clients: %14s instructions\n' "$clients" \
+        "$(count_instructions "start_$clients" "^BM_OneStartup/clients:$clients/")"
+done
+
+echo
+echo "== Instructions of one tick early and after a simulated year (callgrind; the year runs"
+echo "   uninstrumented under valgrind)"
+year_cases="clients:0/hourly_ticks:0 clients:0/hourly_ticks:8760"
+if [ "$year_instructions" = yes ]; then
+    year_cases="$year_cases clients:1000/hourly_ticks:0 clients:1000/hourly_ticks:8760"
+fi
+for case in $year_cases; do
+    printf '%-32s %14s instructions\n' "$case" \
+        "$(count_instructions year "^BM_OneTickAfterHourlyTicks/$case/")"
+done
+
+echo
+if command -v strace >/dev/null 2>&1; then
+    echo "== System calls of one tick (strace), full backups restored"
+    for clients in 0 1000 16384; do
+        strace -o "$work/strace.txt" "$bench" --benchmark_filter="^BM_OneTick/clients:$clients/full_backups:1/" \
+            >/dev/null 2>&1
+        awk -v c="$clients" '/ruvo-bench-measured-begin/ { on = 1; next } /ruvo-bench-measured-end/ { on = 0 }
+            on { split($0, a, "("); n[a[1]]++; total++ }
+            END { printf "%-6s clients: %4d calls:", c, total
+                  for (k in n) printf " %s %d", k, n[k]; printf "\n" }' "$work/strace.txt"
+    done
+else
+    echo "== System calls of one tick: strace is not installed, skipped"
+fi
+
+echo
+echo "== Peak memory (/usr/bin/time -v) of a process that builds the tree and then starts"
+echo "   with full backups, or starts and makes three ticks"
+for case in OneStartup/clients:1000 OneStartup/clients:16384 OneTick/clients:1000/full_backups:1 \
+            OneTick/clients:16384/full_backups:1; do
+    /usr/bin/time -v "$bench" --benchmark_filter="^BM_$case/" --benchmark_format=json \
+        >"$work/out.json" 2>"$work/time.log"
+    rss=$(sed -n 's/^[[:space:]]*Maximum resident set size (kbytes): //p' "$work/time.log")
+    heap=$(awk -F': ' '/"heap_KiB"/ { sub(/,$/, "", $2); printf "%.0f", $2 }' "$work/out.json")
+    before=$(awk -F': ' '/"rss_(peak_)?KiB_before(_start)?"/ { sub(/,$/, "", $2); printf "%.0f", $2 }' "$work/out.json")
+    started=$(awk -F': ' '/"rss_peak_KiB(_after_start)?"/ { sub(/,$/, "", $2); v = $2 } END { printf "%.0f", v }' \
+        "$work/out.json")
+    printf '%-37s peak RSS %6s KiB (before start-up %5s, after it %5s); daemon heap %5s KiB\n' \
+        "$case" "$rss" "$before" "$started" "$heap"
+done
+
+echo
+echo "== Size of the ruvo executable, stripped (strip -o)"
+strip -o "$work/ruvo.relwithdebinfo" "$build_dir/ruvo"
+cmake -S "$source_dir" -B "$work/build-minsize" -DRUVO_TESTS=OFF -DCMAKE_BUILD_TYPE=MinSizeRel >/dev/null
+cmake --build "$work/build-minsize" --target ruvo -j2 >/dev/null
+strip -o "$work/ruvo.minsizerel" "$work/build-minsize/ruvo"
+for build in relwithdebinfo minsizerel; do
+    printf '%-16s %8s bytes   ' "$build" "$(stat -c %s "$work/ruvo.$build")"
+    size "$work/ruvo.$build" | awk 'NR == 2 { printf "text %s, data %s, bss %s\n", $1, $2, $3 }'
 done
