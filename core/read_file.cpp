@@ -9,13 +9,11 @@
 file_ptr open_for_reading(const char* absolute_path)
 {
     // Opened without blocking, so that a FIFO planted at an input's name cannot stall the
-    // tick; the descriptor is then made blocking again for ordinary reads.
+    // tick, neither at the open nor at a read (which then ends like the end of the file).
+    // For the regular files and /proc files the daemon reads, the flag changes nothing.
     int fd = open(sys_path(absolute_path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0)
         return nullptr;
-    int flags = fcntl(fd, F_GETFL);
-    if (flags >= 0)
-        fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
     FILE* f = fdopen(fd, "r");
     if (!f)
         close(fd);
