@@ -55,8 +55,8 @@
 // (see the client benchmark and run.sh).
 #include "client/client_sources.h"
 #include "client_mac/mac_usage.h"
-#include "core/daemon.h"
-#include "core/signals.h"
+#include "daemon/daemon.h"
+#include "daemon/signals.h"
 #include "platform/platform.h"
 
 #include <benchmark/benchmark.h>

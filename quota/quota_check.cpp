@@ -1,7 +1,7 @@
 #include "quota/quota_check.h"
 
-#include "core/daemon.h"
 #include "core/read_file.h"
+#include "core/save_backup.h"
 #include "history/backup.h"
 #include "platform/platform.h"
 #include "quota/alert_email.h"

@@ -3,14 +3,14 @@
 // the restore of the rings and histories with its duplicate and ring-full rules, the live
 // files rewritten from the backups, a whole daemon restarted on the same root, and the
 // backups that SIGUSR1 and SIGHUP ask the loop for.
-#include "sandbox.h"
 #include "daemon_commands.h"
+#include "sandbox.h"
 
-#include "core/daemon.h"
 #include "core/link_usage.h"
 #include "core/period_clock.h"
-#include "core/signals.h"
 #include "core/wan_usage.h"
+#include "daemon/daemon.h"
+#include "daemon/signals.h"
 #include "history/backup.h"
 #include "history/daily.h"
 #include "history/hourly.h"

@@ -1,7 +1,7 @@
 #include "sandbox.h"
 
-#include "core/daemon.h"
-#include "core/signals.h"
+#include "daemon/daemon.h"
+#include "daemon/signals.h"
 #include "daemon_commands.h"
 
 #include <csignal>

@@ -1,7 +1,7 @@
 #include "sandbox.h"
 
-#include "core/dual_sim.h"
 #include "core/link_usage.h"
+#include "daemon/dual_sim.h"
 
 #include <vector>
 

@@ -1,10 +1,10 @@
 #include "sandbox.h"
 
-#include "core/daemon.h"
 #include "core/local_time.h"
-#include "core/signals.h"
 #include "core/usage_totals.h"
 #include "core/wan_usage.h"
+#include "daemon/daemon.h"
+#include "daemon/signals.h"
 #include "history/daily.h"
 #include "history/monthly.h"
 

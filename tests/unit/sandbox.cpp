@@ -1,6 +1,6 @@
 #include "sandbox.h"
 
-#include "core/signals.h"
+#include "daemon/signals.h"
 
 #include <cerrno>
 #include <climits>

@@ -2,8 +2,8 @@
 // the exports of SIM records, and the router-wide total files.
 #include "sandbox.h"
 
-#include "core/daemon.h"
-#include "core/signals.h"
+#include "daemon/daemon.h"
+#include "daemon/signals.h"
 
 #include <csignal>
 #include <string>

@@ -7,8 +7,8 @@
 #include "sim_platform.h"
 
 #include "client_mac/mac_usage.h"
-#include "core/daemon.h"
-#include "core/signals.h"
+#include "daemon/daemon.h"
+#include "daemon/signals.h"
 
 #include <cerrno>
 #include <chrono>

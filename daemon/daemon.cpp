@@ -1,14 +1,14 @@
-#include "core/daemon.h"
+#include "daemon/daemon.h"
 
 #include "core/atomic_file.h"
-#include "core/dual_sim.h"
 #include "core/link_usage.h"
 #include "core/local_time.h"
 #include "core/log.h"
 #include "core/period_clock.h"
 #include "core/quota_config.h"
 #include "core/read_file.h"
-#include "core/signals.h"
+#include "daemon/dual_sim.h"
+#include "daemon/signals.h"
 #include "history/backup.h"
 #include "history/billing.h"
 #include "history/daily.h"
@@ -180,15 +180,6 @@ void write_backups(daemon_state& state)
 }
 
 } // namespace
-
-int save_backup()
-{
-    char command[256];
-    snprintf(command, sizeof command, "%s usage &", "/usr/local/korel/bin/saveconfig");
-    sys_system(command);
-    ticks_since_backup = 0;
-    return 0;
-}
 
 int daemon_start(daemon_state& state, int wan_count)
 {

@@ -1,4 +1,4 @@
-#include "core/signals.h"
+#include "daemon/signals.h"
 
 #include <climits>
 #include <cstring>
@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 volatile sig_atomic_t tick_pending = 0;
-volatile sig_atomic_t ticks_since_backup = 0;
 volatile sig_atomic_t backup_requested = 0;
 
 namespace {

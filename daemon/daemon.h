@@ -42,10 +42,6 @@ void process_tick(daemon_state& state);
 // requested backups when due, and the count of wake-ups since the last periodic backup.
 void loop_pass(daemon_state& state);
 
-// Asks the firmware's configuration saver, in the background, to store the backup
-// directory away, and restarts the count towards the next periodic backup. Returns 0.
-int save_backup();
-
 // Runs the daemon with wan_count WAN links. Returns 1 when start-up fails; otherwise it
 // never returns (the process ends on SIGINT or SIGTERM).
 int run_daemon(int wan_count);

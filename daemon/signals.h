@@ -1,17 +1,15 @@
-// The daemon's signals. Handlers only store to the three flag words below; all work happens
-// in the loop.
+// The daemon's signals. Handlers only store to the two flag words below and to the count
+// of wake-ups towards the next periodic backup; all work happens in the loop.
 #pragma once
+
+#include "core/save_backup.h"
 
 #include <csignal>
 
 // Set by SIGALRM and SIGHUP: the loop processes a tick only when it is set.
 extern volatile sig_atomic_t tick_pending;
-// Wake-ups since the last periodic backup; the periodic backup runs at 61 or more.
-extern volatile sig_atomic_t ticks_since_backup;
 // Set by SIGUSR1: the loop writes the backups without running the configuration saver.
 extern volatile sig_atomic_t backup_requested;
-
-constexpr int PERIODIC_BACKUP_TICKS = 61;
 
 // SIGINT and SIGTERM remove the pid file and end the process with status 0; SIGPIPE gets an
 // empty handler so that a failing write only fails.

@@ -1,6 +1,6 @@
 // ruvo, the Usage Monitor: takes no arguments and reads no environment of its own.
-#include "core/daemon.h"
 #include "core/wan_count.h"
+#include "daemon/daemon.h"
 
 int main()
 {

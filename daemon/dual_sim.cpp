@@ -1,4 +1,4 @@
-#include "core/dual_sim.h"
+#include "daemon/dual_sim.h"
 
 #include "core/read_file.h"
 
