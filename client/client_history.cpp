@@ -2,6 +2,7 @@
 
 #include "client_mac/mac_usage.h"
 #include "core/atomic_file.h"
+#include "core/dated_files.h"
 #include "core/local_time.h"
 #include "core/number_text.h"
 #include "core/read_file.h"
@@ -17,7 +18,6 @@
 namespace {
 
 constexpr const char* SCRATCH = "/tmp/ruvo_client.tmp";
-constexpr const char* TIME_INITIALIZED = "/var/run/korel/time_initialized";
 constexpr const char* LIVE_DIRS[3] = {"/var/run/korel/client_usage_hourly",
                                       "/var/run/korel/client_usage_daily",
                                       "/var/run/korel/client_usage_monthly"};
@@ -25,22 +25,6 @@ constexpr const char* BACKUP_DIRS[3] = {"/tmp/ruvo_client_hourly", "/tmp/ruvo_cl
                                         "/tmp/ruvo_client_monthly"};
 constexpr int FILES_KEPT[3] = {24, 32, 60};
 constexpr int LINE_SIZE = 256;
-
-// The name of the period that starts at start: "%Y-%m-%d-%H" for hours, "%Y-%m-%d" for
-// days and months (of the month's first day).
-std::string period_name(int kind, time_t start)
-{
-    struct tm tm = local_tm(start);
-    char name[32];
-    if (strftime(name, sizeof name, kind == PERIOD_HOURLY ? "%Y-%m-%d-%H" : "%Y-%m-%d", &tm) == 0)
-        return std::string();
-    return name;
-}
-
-std::string file_in(const char* dir, const std::string& stem)
-{
-    return std::string(dir) + "/" + stem + ".csv";
-}
 
 // "address,type,first,second": two texts without ':' or ',' and two unsigned decimal
 // numbers. Returns false for a line of another shape.
@@ -59,17 +43,6 @@ bool parse_client_line(const char* line, std::string* address, std::string* type
     return parse_two_counts(p + length + 1, first, second);
 }
 
-int compare_descending(const void* a, const void* b)
-{
-    return strcmp(*static_cast<char* const*>(b), *static_cast<char* const*>(a));
-}
-
-void sort_descending(iplist* names)
-{
-    if (names->count > 1)
-        qsort(names->items, static_cast<size_t>(names->count), sizeof(char*), compare_descending);
-}
-
 void run(const char* command)
 {
     sys_system(command);
@@ -79,36 +52,6 @@ void run(const char* command)
 
 const char* client_live_dir(int kind) { return LIVE_DIRS[kind]; }
 const char* client_backup_dir(int kind) { return BACKUP_DIRS[kind]; }
-
-void client_usage_dir_limit(const char* dir, int kind, int keep)
-{
-    dir_ptr d = open_directory(dir);
-    if (!d)
-        return;
-    iplist* names = init_iplist();
-    if (!names)
-        return;
-    while (const dirent* entry = readdir(d.get())) {
-        if (entry->d_name[0] == '.')
-            continue;
-        std::string stem(entry->d_name, strcspn(entry->d_name, "."));
-        insert_iplist(names, stem.c_str());
-    }
-    sort_descending(names);
-    if (is_readable(TIME_INITIALIZED) && kind >= PERIOD_HOURLY && kind <= PERIOD_MONTHLY) {
-        // Files dated after the current period (the clock went back) go first.
-        std::string current = period_name(kind == PERIOD_HOURLY ? PERIOD_HOURLY : PERIOD_DAILY, sys_time());
-        while (names->count > 0 && strcmp(names->items[0], current.c_str()) > 0) {
-            std::string newest = names->items[0];
-            unlink(sys_path(file_in(dir, newest).c_str()).c_str());
-            remove_iplist(names, newest.c_str());
-            sort_descending(names);
-        }
-    }
-    for (int i = keep < 0 ? 0 : keep; i < names->count; ++i)
-        unlink(sys_path(file_in(dir, names->items[i]).c_str()).c_str());
-    free_iplist(names);
-}
 
 void save_client_usage(client_usage_tables* tables)
 {
@@ -141,7 +84,7 @@ void save_client_usage(client_usage_tables* tables)
             }
         // A period without traffic leaves no file, and an older file of its name alone.
         if (lines > 0)
-            out.commit(file_in(LIVE_DIRS[table.kind], period_name(table.kind, start)).c_str());
+            out.commit(dated_file_path(LIVE_DIRS[table.kind], dated_file_stem(table.kind, start)).c_str());
     }
 }
 
@@ -151,11 +94,11 @@ void load_client_period_file(const struct tm& tm, client_table& table, int kind,
     time_t start = 0;
     if (!client_period_start(kind, normalise_local(&moment), &start))
         return;
-    std::string name = period_name(kind, start);
+    std::string name = dated_file_stem(kind, start);
     dir_ptr d = open_directory(LIVE_DIRS[kind]);
     if (!d || !directory_has(d.get(), (name + ".csv").c_str()))
         return;
-    file_ptr f = open_for_reading(file_in(LIVE_DIRS[kind], name).c_str());
+    file_ptr f = open_for_reading(dated_file_path(LIVE_DIRS[kind], name).c_str());
     if (!f)
         return;
     table.prev_time = table.time;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "client/client_table.h"
+#include "core/dated_files.h"
 
 #include <ctime>
 
@@ -14,10 +15,6 @@ const char* client_backup_dir(int kind);
 // Writes every table's present clients to the file of its period; a period without traffic
 // leaves no file (and an older file of that name alone). Also limits the directories.
 void save_client_usage(client_usage_tables* tables);
-
-// Keeps the keep newest dated files of a directory (names compared as text), after deleting
-// the files dated after the current period once the clock is marked as set.
-void client_usage_dir_limit(const char* dir, int kind, int keep);
 
 // Loads the history file of the period that holds tm into the table: with the baseline flag
 // the file's values become the clients' counters and raw values, without it the first line

@@ -7,8 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 
-const char* const client_usage_type_name[CLIENT_TYPES] = {"Total", "lan", "sroute", "pptp", "vpn", "l2tp"};
-
 uint32_t client_chain(uint32_t address)
 {
     return ntohl(address) % CLIENT_CHAINS;

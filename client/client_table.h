@@ -2,25 +2,11 @@
 // current hour, day and month.
 #pragma once
 
+#include "core/client_kinds.h"
+
 #include <cstdint>
 #include <ctime>
 #include <memory>
-
-// Period kinds.
-constexpr int PERIOD_HOURLY = 0;
-constexpr int PERIOD_DAILY = 1;
-constexpr int PERIOD_MONTHLY = 2;
-
-// Source types: the index into client_usage_type_name and into a record's counters. Slot 0
-// ("Total") holds the last raw kernel reading.
-constexpr int CLIENT_TYPES = 6;
-constexpr int TYPE_RAW = 0;
-constexpr int TYPE_LAN = 1;
-constexpr int TYPE_SROUTE = 2;
-constexpr int TYPE_PPTP = 3;
-constexpr int TYPE_VPN = 4;
-constexpr int TYPE_L2TP = 5;
-extern const char* const client_usage_type_name[CLIENT_TYPES];
 
 // Chains per table: an address is found in chain (address, first octet most significant)
 // modulo 8191, so that a reading stays linear in the number of clients.

@@ -1,9 +1,9 @@
 // The MAC usage table's hourly files: one per hour, newest 3 kept, written after every
 // reading and read back at start-up and when the hour changes.
-#include "client/client_history.h"
-#include "client/client_table.h"
 #include "client_mac/mac_usage.h"
 #include "core/atomic_file.h"
+#include "core/client_kinds.h"
+#include "core/dated_files.h"
 #include "core/local_time.h"
 #include "core/number_text.h"
 #include "core/read_file.h"
@@ -33,11 +33,6 @@ std::string mac_hour_name(time_t hour)
     if (!localtime_r(&hour, &tm) || strftime(name, sizeof name, "%Y-%m-%d-%H", &tm) == 0)
         return std::string();
     return name;
-}
-
-std::string hour_file(const std::string& name)
-{
-    return std::string(LIVE_DIR) + "/" + name + ".csv";
 }
 
 uint64_t total(const mac_usage_entry& e) { return e.first + e.second; }
@@ -101,7 +96,7 @@ void ruvo_client_mac_usage_save()
             fprintf(out.stream(), "%s,%s,%llu,%llu\n", key, type, static_cast<unsigned long long>(e.first >> 10),
                     static_cast<unsigned long long>(e.second >> 10));
         }
-        out.commit(hour_file(name).c_str());
+        out.commit(dated_file_path(LIVE_DIR, name).c_str());
     }
     free(entries);
 }
@@ -111,7 +106,7 @@ int load_mac_hour_file(time_t hour)
     std::string name = mac_hour_name(hour);
     if (name.empty())
         return 0;
-    file_ptr f = open_for_reading(hour_file(name).c_str());
+    file_ptr f = open_for_reading(dated_file_path(LIVE_DIR, name).c_str());
     if (!f)
         return 0;
     empty_mac_usage_table();
