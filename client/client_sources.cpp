@@ -53,10 +53,11 @@ bool parse_route(const char* value, std::string* network, std::string* prefix)
 }
 
 // The netmask of a prefix length, in host byte order: the negation of 1 shifted left by
-// (32 - prefix) modulo 32, so a prefix of 0 gives all ones, deliberately.
-uint32_t netmask_of(long prefix)
+// (32 - prefix) modulo 32, so a prefix of 0 gives all ones, deliberately. Taken in unsigned
+// arithmetic, so that any prefix number gives a defined result.
+uint32_t netmask_of(long long prefix)
 {
-    unsigned shift = static_cast<unsigned>(32 - prefix) & 31u;
+    unsigned shift = static_cast<unsigned>(32u - static_cast<unsigned long long>(prefix)) & 31u;
     return 0u - (1u << shift);
 }
 
@@ -96,7 +97,7 @@ bool parse_vpn_line(const char* line, std::string* network, std::string* netmask
 {
     char* end = nullptr;
     errno = 0;
-    long n = strtol(line, &end, 10);
+    long long n = strtoll(line, &end, 10);
     if (end == line || errno == ERANGE || n < 1 || n > 1024)
         return false;
     const char* p = end;
@@ -182,7 +183,7 @@ void reload_static_routes()
             std::string network, prefix;
             if (!value || !parse_route(value, &network, &prefix))
                 continue;
-            routes.netmask[i] = htonl(netmask_of(strtol(prefix.c_str(), nullptr, 10)));
+            routes.netmask[i] = htonl(netmask_of(strtoll(prefix.c_str(), nullptr, 10)));
             routes.network[i] = address_of(network.c_str());
         }
     }

@@ -170,7 +170,7 @@ void read_client_usage(client_usage_tables* tables)
     if (fgets(line, sizeof line, f.get())) {
         const char* colon = strchr(line, ':');
         if (colon && colon != line && isdigit(static_cast<unsigned char>(colon[1 + strspn(colon + 1, " \t")])))
-            reading_time = static_cast<time_t>(strtoul(colon + 1, nullptr, 10));
+            reading_time = static_cast<time_t>(strtoull(colon + 1, nullptr, 10));
         while (fgets(line, sizeof line, f.get())) {
             std::string address;
             uint64_t first = 0, second = 0;

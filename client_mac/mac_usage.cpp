@@ -160,7 +160,7 @@ uint64_t parse_mac_text(const char* text)
     const char* p = text;
     for (int field = 0; field < 6; ++field) {
         char* end = nullptr;
-        long value = strtol(p, &end, 16);
+        long long value = strtoll(p, &end, 16);
         if (end == p)
             return 0; // a field without digits: no MAC
         mac = (mac << 8) + static_cast<uint64_t>(value);

@@ -22,7 +22,7 @@ struct mac_usage_entry {
 constexpr int MAC_BUCKETS = 4096;
 constexpr int MAC_USAGE_MAX = 16384;
 
-// Reads a MAC address text: six hexadecimal numbers (as strtol with base 16 reads them),
+// Reads a MAC address text: six hexadecimal numbers (as strtoll with base 16 reads them),
 // each separated by exactly one character of any kind, shifted in eight bits at a time.
 // A field without digits gives 0 (no MAC). A field is not limited to two digits.
 uint64_t parse_mac_text(const char* text);

@@ -30,13 +30,14 @@ const char* value_of(const char* line)
     return colon ? colon + 1 : nullptr;
 }
 
-// A decimal number as strtol reads it (leading blanks, optional sign), when at least one
-// digit was read and it fits a long.
-bool parse_long(const char* text, long* out)
+// A decimal number as strtoll reads it (leading blanks, optional sign), when at least one
+// digit was read and it fits 64 bits. 64 bits on every build, so that a time stamp after
+// 2038 reads the same on a 32-bit router as on a 64-bit host.
+bool parse_number(const char* text, long long* out)
 {
     char* end = nullptr;
     errno = 0;
-    long value = strtol(text, &end, 10);
+    long long value = strtoll(text, &end, 10);
     if (end == text || errno == ERANGE)
         return false;
     *out = value;
@@ -75,7 +76,7 @@ int active_sim_slot(int slot_index)
     char text[SLOT_SIZE];
     if (!fgets(text, sizeof text, f.get()))
         return 0;
-    long slot = strtol(text, nullptr, 10);
+    long long slot = strtoll(text, nullptr, 10);
     // Values above 2 would address a neighbouring link's pair: they are ignored.
     return slot == 1 || slot == 2 ? static_cast<int>(slot) : 0;
 }
@@ -116,7 +117,7 @@ void read_link_usage(wan_usage* records, int count, wan_usage* sim_records)
     link_usage_raw_sum[1] = 0;
     // The current link: 0 until a "CON" line names one, -1 after a "CON" line that names
     // no link (0, negative or not a number), so that its counters are not given to another.
-    long index = 0;
+    long long index = 0;
     time_t sample_time = 0;
     char line[LINE_SIZE];
     while (fgets(line, sizeof line, f.get())) {
@@ -124,14 +125,14 @@ void read_link_usage(wan_usage* records, int count, wan_usage* sim_records)
         if (!value)
             continue; // a line without ':' carries nothing
         if (strncmp(line, "timestamp", 9) == 0) {
-            long t = 0;
-            if (parse_long(value, &t))
+            long long t = 0;
+            if (parse_number(value, &t))
                 sample_time = static_cast<time_t>(t);
             else
                 sample_time = 0;
         } else if (strncmp(line, "CON", 3) == 0) {
-            long n = 0;
-            index = parse_long(value, &n) && n >= 1 && n <= INT_MAX ? n - 1 : -1;
+            long long n = 0;
+            index = parse_number(value, &n) && n >= 1 && n <= INT_MAX ? n - 1 : -1;
         } else if (strncmp(line, "OVERALL", 7) == 0) {
             uint64_t counters[2];
             if (index < 0 || index >= count || !parse_overall(value, counters))

@@ -27,12 +27,12 @@ void format_key(char (&key)[KEY_SIZE], const wan_usage& record, const char* wan_
     snprintf(key, sizeof key, format, record.wan_index + 1);
 }
 
-// strtol of a configuration value, held within the range of an int: the value is not
+// strtoll of a configuration value, held within the range of an int: the value is not
 // range-checked otherwise, so a day of 99999999999 stays a (huge) day and mktime reports
 // the overflow instead of the conversion wrapping.
 int to_int(const char* text)
 {
-    long value = strtol(text, nullptr, 10);
+    long long value = strtoll(text, nullptr, 10);
     if (value > INT_MAX)
         return INT_MAX;
     if (value < INT_MIN)

@@ -15,13 +15,13 @@ struct free_deleter {
     void operator()(char* p) const { free(p); }
 };
 
-// A WAN number token: digits (after optional blanks and sign, as strtol reads them)
+// A WAN number token: digits (after optional blanks and sign, as strtoll reads them)
 // followed by nothing but blanks or the line end.
-bool parse_wan_number(const char* token, long* out)
+bool parse_wan_number(const char* token, long long* out)
 {
     char* end = nullptr;
     errno = 0;
-    long value = strtol(token, &end, 10);
+    long long value = strtoll(token, &end, 10);
     if (end == token || errno == ERANGE)
         return false;
     while (*end && isspace(static_cast<unsigned char>(*end)))
@@ -49,7 +49,7 @@ int read_dual_sim_links(wan_usage* records, int count)
     char* rest = line.get();
     for (char* token = strtok_r(line.get(), " ", &rest); token;
          token = strtok_r(nullptr, " ", &rest)) {
-        long n = 0;
+        long long n = 0;
         if (!parse_wan_number(token, &n) || n < 1 || n > count)
             continue;
         wan_usage& r = records[n - 1];

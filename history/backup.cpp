@@ -132,8 +132,10 @@ void backup_lifetime()
     if (!out.is_open())
         return;
     // The sums are taken in unsigned arithmetic (a signed overflow would be undefined) and
-    // printed as the signed numbers the file has always held.
-    fprintf(out.stream(), "%lu\n%lld\n%lld\n", static_cast<unsigned long>(start),
+    // printed as the signed numbers the file has always held. The start time, "%lu" in the
+    // file's layout, is printed as the 64-bit number it was read as, so that 32-bit and
+    // 64-bit builds write the same digits, also for a time after 2106.
+    fprintf(out.stream(), "%llu\n%lld\n%lld\n", start,
             static_cast<long long>(stored1 + link_usage_raw_sum[0]),
             static_cast<long long>(stored2 + link_usage_raw_sum[1]));
     out.commit(LIFETIME);

@@ -95,9 +95,11 @@ void wu_monthly_rollover(wan_usage& r)
     time_t now = local_time_of(r.sample_tm);
     struct tm start = local_tm(r.month_start);
     if (start.tm_mday != 1) {
+        // month_start is printed as a 64-bit number, so that the line shows the same digits on
+        // 32-bit and 64-bit builds, also after 2038.
         log_notice("wu_monthly_rollover(): start_tm.tm_day not at month start month %d mday %d, "
-                   "wu->month_start %ld. fixing...\n",
-                   start.tm_mon, start.tm_mday, static_cast<long>(r.month_start));
+                   "wu->month_start %lld. fixing...\n",
+                   start.tm_mon, start.tm_mday, static_cast<long long>(r.month_start));
         start = first_of_month(start);
     }
     // From here on the corrected start stands for month_start; only the check for a first

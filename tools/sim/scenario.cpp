@@ -112,17 +112,17 @@ time_t timeline::time_of(int tick) const
 timeline make_timeline(int days)
 {
     // Offsets in seconds from the start on the forward clock (before the step back).
-    const long span = days * 86400L;
-    auto tick_at = [](long offset) { return static_cast<int>(offset / SIM_TICK_SECONDS); };
+    const long long span = days * 86400LL;
+    auto tick_at = [](long long offset) { return static_cast<int>(offset / SIM_TICK_SECONDS); };
     timeline tl;
     tl.reset_tick = tick_at(span / 4 + 23 * 60);
     tl.sim_switch_tick = tick_at(span / 2 - 3 * 3600 + 7 * 60);
     tl.restart_tick = tick_at(span / 2 + 17 * 60);
     // The clock steps back at the first hh:10:00 from three quarters of the run on, with hh
     // at least 2, so that the new time lies in the same day and not on an hour boundary.
-    long at = 3 * span / 4;
-    long day = at / 86400 * 86400;
-    long hour = (at - day) / 3600;
+    long long at = 3 * span / 4;
+    long long day = at / 86400 * 86400;
+    long long hour = (at - day) / 3600;
     if (at - day > hour * 3600 + 600)
         hour += 1;
     if (hour < 2)
