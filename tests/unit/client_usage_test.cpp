@@ -508,6 +508,20 @@ TEST_F(ClientUsage, HeaderWithoutANumberAfterItsFirstColonGivesTimeZero)
     }
 }
 
+TEST_F(ClientUsage, ReadingTimesAfter2038AndAfter2106AreKeptWhole)
+{
+    // One second past a signed 32-bit time, then past an unsigned 32-bit number: the
+    // header's time reads whole on every build.
+    const time_t t0 = static_cast<time_t>(2147483648LL);
+    start(t0);
+    reading(t0, "192.168.1.10:1/1\n");
+    EXPECT_EQ(table(HOURLY).time, t0);
+    const time_t t1 = static_cast<time_t>(4294967296LL);
+    reading(t1, "192.168.1.10:2/2\n");
+    EXPECT_EQ(table(HOURLY).time, t1);
+    EXPECT_EQ(table(HOURLY).prev_time, t0);
+}
+
 TEST_F(ClientUsage, HeaderWithoutNumberStampsTimeZeroAndTheNextReadingZeroesTheCounters)
 {
     const time_t t0 = local(2024, 3, 5, 14, 10);

@@ -109,6 +109,20 @@ TEST_F(LinkUsage, FileWithoutTimestampGivesSampleTimeZero)
     EXPECT_EQ(wan[1].sample_time, 0);
 }
 
+TEST_F(LinkUsage, TimestampsAfter2038AndAfter2106AreReadWhole)
+{
+    // 2038-01-19 03:14:08 UTC is one second past what a 32-bit time_t or long holds, and
+    // 2106-02-07 06:28:16 UTC one past an unsigned 32-bit number: both read whole on every
+    // build.
+    write_file(LINK_USAGE, "timestamp:2147483648\nCON:1\nOVERALL:1 2\n");
+    read();
+    EXPECT_EQ(wan[0].sample_time, static_cast<time_t>(2147483648LL));
+    write_file(LINK_USAGE, "timestamp:4294967296\nCON:1\nOVERALL:1 2\n");
+    read();
+    EXPECT_EQ(wan[0].sample_time, static_cast<time_t>(4294967296LL));
+    EXPECT_EQ(wan[0].prev_sample_time, static_cast<time_t>(2147483648LL));
+}
+
 TEST_F(LinkUsage, MissingFileChangesNothing)
 {
     wan[0].delta[0] = 42;
