@@ -2,6 +2,9 @@
 //
 // Each call returns a text that the library owns; the caller does not free it. The host
 // stand-in (qelinfo_host.cpp) returns the fixed texts given below.
+//
+// The functions take nothing and return texts, so the interface does not depend on the
+// width of time_t: a daemon built with 64-bit time links the firmware's library as it is.
 #pragma once
 
 extern "C" {

@@ -3,6 +3,11 @@
 // The library is closed; these are the operations the daemon calls and the parts of its
 // structures that the daemon reads (the count and the items of a list). On a development
 // host the stand-in in strutils_host.cpp implements them; its behaviour is described here.
+//
+// No operation takes or returns a time, an off_t or a long: only texts, ints and pointers.
+// So the interface is the same whether the daemon is built with 32-bit or (as it always
+// is) with 64-bit time_t and file offsets on a 32-bit router; the firmware's library does
+// not have to be rebuilt for the daemon's 64-bit time.
 #pragma once
 
 extern "C" {

@@ -23,6 +23,13 @@ ensure_packages() {
 
 # What building and running the daemon needs.
 BUILD_PACKAGES=(cmake make g++ util-linux mount tzdata python3 faketime)
-# What the tests need beyond that: GoogleTest, and its sources and a 32-bit compiler for
-# the 32-bit build.
-TEST_PACKAGES=(libgtest-dev googletest g++-multilib)
+# What the tests need beyond that: GoogleTest.
+TEST_PACKAGES=(libgtest-dev googletest)
+# The install tests (ctest -L install): shellcheck for the init script, groff for the man
+# pages, systemd-analyze to verify the unit, and dpkg for dpkg-deb, the architecture and
+# start-stop-daemon.
+INSTALL_TEST_PACKAGES=(shellcheck groff-base systemd dpkg)
+# The 32-bit builds (x86 and the routers' CPUs), GoogleTest's sources built for each, and
+# the emulator that runs their tests. A cross compiler rather than g++-multilib for x86:
+# Debian's multilib packages conflict with the cross compilers.
+CROSS_PACKAGES=(g++-i686-linux-gnu g++-mips-linux-gnu g++-arm-linux-gnueabihf qemu-user googletest)

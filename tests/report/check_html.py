@@ -16,6 +16,7 @@ Usage: check_html.py --report PATH --root DIR --out FILE [--broken]
 
 import argparse
 import re
+import shlex
 import subprocess
 import sys
 from html.parser import HTMLParser
@@ -186,9 +187,11 @@ def main():
     ap.add_argument("--root", required=True)
     ap.add_argument("--out", required=True)
     ap.add_argument("--broken", action="store_true")
+    ap.add_argument("--emulator", default="",
+                    help="run ruvo-report through this command (qemu-user for a cross build)")
     args = ap.parse_args()
 
-    run = subprocess.run([args.report, "--root", args.root, "--html", args.out],
+    run = subprocess.run(shlex.split(args.emulator) + [args.report, "--root", args.root, "--html", args.out],
                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
     if run.returncode != 0:
         print(f"ruvo-report exited with {run.returncode}: {run.stderr.decode()}")

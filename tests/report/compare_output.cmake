@@ -1,7 +1,9 @@
 # Runs ruvo-report with the arguments ARG0, ARG1, ... and checks that its standard output
 # equals the file EXPECTED and its exit status equals STATUS. The output is kept in ACTUAL;
-# on a difference, diff -u shows it.
-set(command ${REPORT})
+# on a difference, diff -u shows it. EMULATOR, when set, is the command line that runs a
+# cross-built ruvo-report on this machine (qemu-user).
+separate_arguments(command UNIX_COMMAND "${EMULATOR}")
+list(APPEND command ${REPORT})
 foreach(i RANGE 0 9)
   if(DEFINED ARG${i})
     list(APPEND command "${ARG${i}}")

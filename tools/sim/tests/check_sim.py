@@ -34,6 +34,7 @@ import argparse
 import glob
 import os
 import shutil
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -395,6 +396,8 @@ def main():
     parser.add_argument("--links", type=int)
     parser.add_argument("--clients", type=int)
     parser.add_argument("--keep", action="store_true", help="keep the tree after a successful check")
+    parser.add_argument("--emulator", default="",
+                        help="run ruvo-sim through this command (qemu-user for a cross build)")
     args = parser.parse_args()
     if bool(args.root) == bool(args.sim):
         parser.error("give either --root or --sim")
@@ -404,7 +407,7 @@ def main():
     if args.sim:
         root = tempfile.mkdtemp(prefix="ruvo-sim-check-", dir=tree_base())
         made = True
-        command = [args.sim, "--days", str(args.days), "--seed", str(args.seed), "--root", root, "--quiet"]
+        command = shlex.split(args.emulator) + [args.sim, "--days", str(args.days), "--seed", str(args.seed), "--root", root, "--quiet"]
         if args.links:
             command += ["--links", str(args.links)]
         if args.clients is not None:
