@@ -52,6 +52,7 @@ stage "install tests" run_tests build install
 # One at a time: a daemon under test answers the wireless side's handshake within about
 # 100 ms, which a second daemon competing for the cores must not delay.
 stage "end-to-end tests" run_tests build e2e 1
+stage "output hash" run_tests build output_hash
 stage "build (ASan+UBSan)" configure_and_build build-sanitize \
     -DCMAKE_CXX_FLAGS="$sanitize" -DCMAKE_EXE_LINKER_FLAGS="$sanitize"
 stage "unit tests (ASan+UBSan)" run_tests build-sanitize unit

@@ -46,7 +46,7 @@ const char* const USAGE =
     "\n"
     "  --days N       simulated days (default 3)\n"
     "  --links N      WAN links, at least 2; the last one is the dual-SIM link (default 3)\n"
-    "  --clients N    LAN clients (default 200)\n"
+    "  --clients N    LAN clients, 0..16384 (default 200)\n"
     "  --seed N       seed of the generator (default 1); a seed always gives the same run\n"
     "  --root DIR     the router's root directory, created when missing, empty when given\n"
     "                 (default: a new directory under $TMPDIR or /var/tmp); it is kept\n"
@@ -93,7 +93,7 @@ int parse_options(int argc, char** argv, sim_options* options)
             ok = parse_number(value, 2, 16, &n);
             options->scenario.links = static_cast<int>(n);
         } else if (arg == "--clients") {
-            ok = parse_number(value, 0, 10000, &n);
+            ok = parse_number(value, 0, 16384, &n);
             options->scenario.clients = static_cast<int>(n);
         } else if (arg == "--seed") {
             char* end = nullptr;
