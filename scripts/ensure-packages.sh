@@ -33,3 +33,5 @@ INSTALL_TEST_PACKAGES=(shellcheck groff-base systemd dpkg)
 # the emulator that runs their tests. A cross compiler rather than g++-multilib for x86:
 # Debian's multilib packages conflict with the cross compilers.
 CROSS_PACKAGES=(g++-i686-linux-gnu g++-mips-linux-gnu g++-arm-linux-gnueabihf qemu-user googletest)
+# The fuzz targets (scripts/fuzz.sh): clang with its libFuzzer and sanitizer runtimes.
+FUZZ_PACKAGES=(clang libclang-rt-14-dev)

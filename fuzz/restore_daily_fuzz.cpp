@@ -1,0 +1,11 @@
+// The daily backup ("/tmp/ruvo_backup/wan1/ruvo.daily.csv") restored into WAN record 1:
+// the running day, the ring filled from its end, and the live daily history rewritten.
+#include "fuzz_root.h"
+#include "restore_target.h"
+
+#include "history/backup.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    return fuzz::restore_one("/tmp/ruvo_backup/wan1/ruvo.daily.csv", data, size, restore_daily);
+}
