@@ -11,10 +11,34 @@ struct file_closer {
 // An open stream that is closed when it goes out of scope.
 using file_ptr = std::unique_ptr<FILE, file_closer>;
 
-// Opens one of the daemon's absolute paths for reading; null when that fails.
+// The largest regular file that open_for_reading opens: 64 MiB. The readers read through
+// fixed line buffers, so the limit bounds the time a tick can spend in one file; it also
+// bounds the one line read whole, the first line of "/etc/gobi_dual_sim_support" (getline).
+// The largest inputs, with their longest lines:
+// - "/proc/korel/config/client_usage": one "address:first/second" line of at most 58 bytes
+//   per client; 65,536 clients (a whole /16 LAN) make 3.6 MiB;
+// - "/proc/net/arp": lines of under 100 bytes; 65,536 entries make 6.3 MiB;
+// - the client history files: one line of at most 65 bytes per client and type; 65,536
+//   clients with all five types make 20.3 MiB;
+// - "/var/log/pptpd_user" and "/var/log/l2tps_user": 16,384 users on lines of the full
+//   1,024-byte read buffer make 16 MiB;
+// - the MAC hour files: at most 8,192 lines of at most 67 bytes, 0.5 MiB; the backups,
+//   the WAN history files, "/proc/korel/config/link_usage" and
+//   "/proc/korel/config/vpnlinks" (1,024 links on 1,024-byte lines at most) hold 1 MiB
+//   or less.
+// 64 MiB is three times the largest of these.
+constexpr long long MAX_INPUT_FILE_SIZE = 64LL << 20;
+
+// Opens one of the daemon's absolute paths for reading; null when that fails. It never
+// blocks: a FIFO without a writer reads as an empty file. A regular file larger than
+// MAX_INPUT_FILE_SIZE counts as unreadable (null), like every file error skipped silently
+// and tried again at the next tick; so does a character or block device (no input is one,
+// and /dev/zero would never end). Files that report no size (those under /proc) and FIFOs
+// are opened whatever they hold.
 file_ptr open_for_reading(const char* absolute_path);
 
-// Whether the file at one of the daemon's absolute paths can be opened for reading.
+// Whether the file at one of the daemon's absolute paths can be opened for reading. A
+// marker file is only opened, never read, so its size does not matter here.
 bool is_readable(const char* absolute_path);
 
 // Copies at most max_lines lines of in to out, reading through a 256-byte buffer (a longer

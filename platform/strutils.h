@@ -16,10 +16,10 @@ extern "C" {
 struct taglist;
 
 // Parses the file at path into a tag list; returns nullptr when the file cannot be read.
-// Stand-in: lines "KEY=VALUE"; the value may stand in double quotes, which are removed;
-// blank lines and lines whose first non-blank character is '#' are ignored, and so are
-// lines without '='; the last occurrence of a key wins. The two flags are accepted and
-// not interpreted.
+// Stand-in: the file is read as readfile reads it (below: never blocks, at most 16 MiB);
+// lines "KEY=VALUE"; the value may stand in double quotes, which are removed; blank lines
+// and lines whose first non-blank character is '#' are ignored, and so are lines without
+// '='; the last occurrence of a key wins. The two flags are accepted and not interpreted.
 taglist* load_taglist_ex(const char* path, int flag1, int flag2);
 
 // Returns the value text of key, or def when the key is absent (so a null default gives
@@ -64,6 +64,25 @@ void free_iplist(iplist* list);
 // The whole content of the file at path as a newly allocated text that the caller frees
 // with free(); nullptr when it cannot be read. The second argument is accepted and not
 // interpreted by the stand-in.
+//
+// Stand-in, how a file is read (load_taglist_ex reads through here too):
+// - It is opened like the daemon's own input files, with O_NONBLOCK and O_CLOEXEC, so that
+//   nothing planted at the name can stall the daemon: a FIFO without a writer reads as an
+//   empty file (""), a FIFO with a writer gives what the pipe holds at that moment, and
+//   neither the open nor a read ever waits.
+// - A file of more than 16 MiB cannot be read: the result is nullptr, as for a missing
+//   file. A regular file is refused by its size before a byte is read; a FIFO or a device,
+//   which report no size, once a byte beyond 16 MiB has come. So a call never holds more
+//   than 16 MiB (and the tag list built from it) in memory.
+//   Why 16 MiB: the largest file read here is the configuration file, one KEY=VALUE line
+//   per setting; even 16,384 settings of 256-byte lines make 4 MiB, four times less than
+//   the limit, and the other files read here, "/var/run/korel/lan" and
+//   "/var/run/korel/wanip/wan%d", hold a few lines (under 1 KiB).
+//   Why unreadable rather than cut at the limit: a text cut at an arbitrary byte would
+//   hand the loader a half line as a value and lose every key after it without a trace,
+//   while a refused file leaves the daemon's settings as a missing file does (it tries
+//   again at the next tick). The daemon's own readers treat a file above their limit the
+//   same way.
 char* readfile(const char* path, int flag);
 
 } // extern "C"

@@ -5,16 +5,19 @@
 // documented nullptr / -1 result.
 #include "platform/strutils.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <functional>
 #include <map>
 #include <new>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
 
 // The parsed key/value pairs. The value texts handed out by get_taglist_default_ex point
 // into these strings; the list is never changed after loading, so they stay valid until
@@ -24,6 +27,65 @@ struct taglist {
 };
 
 namespace {
+
+// The most a file may hold to be read (see strutils.h): 16 MiB.
+constexpr std::size_t READ_LIMIT = std::size_t{16} << 20;
+
+// Opens a file for reading the way the daemon's own readers do: without blocking, so that a
+// FIFO at the name cannot stall the caller at the open nor at a read, and closed on exec.
+// For regular files the flag changes nothing. Returns -1 when the file cannot be opened.
+int open_nonblocking(const char* path) { return open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC); }
+
+// Reads what fd gives until the end of the file, or, for a FIFO or a device, until it has
+// nothing more at this moment. Returns the text with a NUL after it, or nullptr on a read
+// error, when memory runs out or when there is more than READ_LIMIT bytes.
+char* read_at_most_limit(int fd) {
+    struct stat st;
+    if (fstat(fd, &st) != 0) return nullptr;
+    // A regular file above the limit is refused by its size, before a byte is read.
+    if (S_ISREG(st.st_mode) && static_cast<unsigned long long>(st.st_size) > READ_LIMIT) {
+        return nullptr;
+    }
+    // Room for READ_LIMIT + 1 bytes and the NUL: one byte beyond the limit tells that a FIFO
+    // or a device (which report no size) holds more than the limit.
+    constexpr std::size_t MAX_CAPACITY = READ_LIMIT + 2;
+    std::size_t cap = 4096;
+    std::size_t len = 0;
+    char* buf = static_cast<char*>(std::malloc(cap));
+    if (buf == nullptr) return nullptr;
+    for (;;) {
+        if (len + 1 == cap) {
+            if (cap == MAX_CAPACITY) break;  // len is past the limit then: refused below
+            const std::size_t grown_cap = cap > MAX_CAPACITY / 2 ? MAX_CAPACITY : cap * 2;
+            char* grown = static_cast<char*>(std::realloc(buf, grown_cap));
+            if (grown == nullptr) {
+                std::free(buf);
+                return nullptr;
+            }
+            buf = grown;
+            cap = grown_cap;
+        }
+        const ssize_t got = read(fd, buf + len, cap - len - 1);
+        if (got > 0) {
+            len += static_cast<std::size_t>(got);
+            if (len > READ_LIMIT) break;
+            continue;
+        }
+        if (got == 0) break;  // the end of the file; a FIFO without a writer ends here at once
+        if (errno == EINTR) continue;
+        // A FIFO or device with nothing more to give at this moment: the end, as for the
+        // daemon's own readers.
+        if (errno == EAGAIN || errno == EWOULDBLOCK) break;
+        std::free(buf);  // a read error (a directory gives EISDIR)
+        return nullptr;
+    }
+    if (len > READ_LIMIT) {
+        std::free(buf);
+        return nullptr;
+    }
+    buf[len] = '\0';
+    return buf;
+}
 
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
 bool is_line_end(char c) { return c == '\r' || c == '\n'; }
@@ -323,38 +385,11 @@ void free_iplist(iplist* list) {
 char* readfile(const char* path, int flag) {
     (void)flag;
     if (path == nullptr) return nullptr;
-    std::FILE* f = std::fopen(path, "rb");
-    if (f == nullptr) return nullptr;
-
-    std::size_t cap = 4096;
-    std::size_t len = 0;
-    char* buf = static_cast<char*>(std::malloc(cap));
-    if (buf == nullptr) {
-        std::fclose(f);
-        return nullptr;
-    }
-    // Reads until end of file; stopping early (no room to grow) leaves feof unset.
-    for (;;) {
-        if (len + 1 == cap) {
-            if (cap > SIZE_MAX / 2) break;
-            char* grown = static_cast<char*>(std::realloc(buf, cap * 2));
-            if (grown == nullptr) break;
-            buf = grown;
-            cap *= 2;
-        }
-        const std::size_t want = cap - len - 1;
-        const std::size_t got = std::fread(buf + len, 1, want, f);
-        len += got;
-        if (got < want) break;  // end of file or a read error
-    }
-    const bool ok = !std::ferror(f) && std::feof(f);
-    std::fclose(f);
-    if (!ok) {
-        std::free(buf);
-        return nullptr;
-    }
-    buf[len] = '\0';
-    return buf;
+    const int fd = open_nonblocking(path);
+    if (fd < 0) return nullptr;
+    char* text = read_at_most_limit(fd);
+    close(fd);
+    return text;
 }
 
 } // extern "C"

@@ -21,7 +21,10 @@ is unshare's.  Nothing is mounted outside the namespace; it dies with the
 daemon.
 
 Run a test module as:  python3 test_x.py --ruvo /path/to/ruvo
-(or with RUVO_BIN=/path/to/ruvo in the environment).
+(or with RUVO_BIN=/path/to/ruvo in the environment).  It exits with 1 when a
+test failed, with SKIPPED_EXIT_STATUS (77) when the host cannot run these
+tests at all (no unshare, no private mount namespace, no libfaketime; CTest
+then reports the script as skipped, not as passed), and with 0 otherwise.
 """
 
 import ctypes
@@ -68,6 +71,10 @@ UNIT_SANDBOX_PREFIX = "ruvo-test-"
 
 _ruvo_binary = None
 
+# Exit status of a test script whose tests were skipped because the host cannot run
+# end-to-end tests; tests/CMakeLists.txt gives it to CTest as SKIP_RETURN_CODE.
+SKIPPED_EXIT_STATUS = 77
+
 
 # ---------------------------------------------------------------------------
 # Command line
@@ -101,7 +108,19 @@ def main():
         sys.exit("usage: %s --ruvo PATH [unittest options] (or set RUVO_BIN)" % argv[0])
     if not os.access(_ruvo_binary, os.X_OK):
         sys.exit("ruvo executable %s not found or not executable" % _ruvo_binary)
-    unittest.main(argv=rest, verbosity=2)
+    result = unittest.main(argv=rest, verbosity=2, exit=False).result
+    sys.exit(exit_status(result))
+
+
+def exit_status(result):
+    """1 when a test failed, SKIPPED_EXIT_STATUS when a test was skipped because the
+    host cannot run end-to-end tests (then every test is), else 0."""
+    if not result.wasSuccessful():
+        return 1
+    if any(isinstance(reason, str) and reason.startswith(HOST_SKIP_PREFIX)
+           for _, reason in result.skipped):
+        return SKIPPED_EXIT_STATUS
+    return 0
 
 
 def ruvo_binary():
@@ -148,6 +167,10 @@ def namespace_problem():
             else:
                 _namespace_probe = ""
     return _namespace_probe or None
+
+
+# The start of the message of a test skipped because the host cannot run it.
+HOST_SKIP_PREFIX = "this host cannot run end-to-end tests: "
 
 
 def skip_reason():
@@ -664,7 +687,7 @@ class RuvoTestCase(unittest.TestCase):
     def setUp(self):
         reason = skip_reason()
         if reason:
-            self.skipTest(reason)
+            self.skipTest(HOST_SKIP_PREFIX + reason)
         binary = ruvo_binary()
         self.assertTrue(binary and os.access(binary, os.X_OK),
                         "no ruvo executable at %r (give --ruvo PATH or RUVO_BIN)" % binary)
