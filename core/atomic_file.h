@@ -1,5 +1,7 @@
 // Whole-file replacement: a file is written to a temporary name and moved over its target
-// with rename, so that readers see either the old file or the new one, never a part.
+// with rename, so that readers see either the old file or the new one, never a part. The
+// file's data goes through the platform's write (sys_write), so that a test or tool can
+// make it fail as a full file system does.
 #pragma once
 
 #include <cstdio>
@@ -18,7 +20,9 @@ public:
     atomic_file& operator=(const atomic_file&) = delete;
 
     bool is_open() const { return stream_ != nullptr; }
-    // The stream to write to; null when the file could not be created.
+    // The stream to write to; null when the file could not be created. It is a stdio
+    // stream of its own kind (fopencookie): it has no file descriptor (fileno gives -1)
+    // and cannot seek.
     FILE* stream() const { return stream_; }
 
     // Checks every write, flushes and closes the file, then renames it over target_path.

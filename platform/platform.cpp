@@ -6,7 +6,7 @@
 
 namespace {
 
-// The real system: paths as they stand, the system clock, syslog(3) and system(3).
+// The real system: paths as they stand, the system clock, syslog(3), system(3) and write(2).
 struct production_platform final : platform {
     std::string path(const char* absolute) const override { return absolute; }
     time_t now() override { return time(nullptr); }
@@ -20,12 +20,16 @@ struct production_platform final : platform {
     }
     int run(const char* command) override { return system(command); }
     void arm_alarm(unsigned seconds) override { alarm(seconds); }
+    ssize_t write(int fd, const void* data, size_t size) override { return ::write(fd, data, size); }
 };
 
 production_platform production;
 platform* current = &production;
 
 } // namespace
+
+// The plain system call, for the production platform and every platform that keeps it.
+ssize_t platform::write(int fd, const void* data, size_t size) { return ::write(fd, data, size); }
 
 platform* platform_install(platform* p)
 {
@@ -42,3 +46,4 @@ void sys_log(const char* ident, int facility, int priority, const char* text)
 }
 int sys_system(const char* command) { return current->run(command); }
 void sys_alarm(unsigned seconds) { current->arm_alarm(seconds); }
+ssize_t sys_write(int fd, const void* data, size_t size) { return current->write(fd, data, size); }

@@ -61,6 +61,7 @@ stage "install tests" run_tests build install
 # 100 ms, which a second daemon competing for the cores must not delay.
 stage "end-to-end tests" run_tests build e2e 1
 stage "output hash" run_tests build output_hash
+stage "faulty simulation (7 days)" run_tests build sim_faults
 stage "build (ASan+UBSan)" configure_and_build build-sanitize \
     -DCMAKE_CXX_FLAGS="$sanitize" -DCMAKE_EXE_LINKER_FLAGS="$sanitize"
 stage "unit tests (ASan+UBSan)" run_tests build-sanitize unit

@@ -146,6 +146,7 @@ scenario::scenario(const scenario_options& options, const std::string& root)
     link_random_ = seeds.fork();
     client_random_ = seeds.fork();
     splitmix64 setup = seeds.fork();
+    fault_seed_ = seeds.next();
 
     const int n = options.links;
     for (int wan = 1; wan <= n; ++wan) {

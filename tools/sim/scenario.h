@@ -92,6 +92,9 @@ public:
     int active_sim(int tick) const { return tick >= timeline_.sim_switch_tick ? 2 : 1; }
 
     const timeline& events() const { return timeline_; }
+    // The seed of the faults' own generator (ruvo-sim --faults): drawn after every other
+    // generator of the run, so that the traffic is the same with and without faults.
+    uint64_t fault_seed() const { return fault_seed_; }
     const std::vector<wan_link>& links() const { return links_; }
     int dual_sim_wan() const { return static_cast<int>(links_.size()); }
     const scenario_options& options() const { return options_; }
@@ -121,6 +124,7 @@ private:
     std::vector<lan_client> clients_;
     splitmix64 link_random_;
     splitmix64 client_random_;
+    uint64_t fault_seed_ = 0;
     std::vector<note> notes_;
     std::map<std::string, std::pair<uint64_t, uint64_t>> client_days_;
 };

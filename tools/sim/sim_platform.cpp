@@ -1,6 +1,8 @@
 #include "sim_platform.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -80,6 +82,15 @@ std::vector<fs::path> expand(const fs::path& word)
     return entries;
 }
 
+// Takes a path and everything under it out of the set of files that copies left empty.
+void forget_left_empty(std::set<std::string>& left_empty, const std::string& path)
+{
+    auto it = left_empty.lower_bound(path);
+    while (it != left_empty.end() && it->compare(0, path.size(), path) == 0 &&
+           (it->size() == path.size() || (*it)[path.size()] == '/'))
+        it = left_empty.erase(it);
+}
+
 } // namespace
 
 std::string iso_time(time_t t)
@@ -119,8 +130,45 @@ void sim_platform::log(const char* ident, int facility, int priority, const char
     fflush(syslog_);
 }
 
+ssize_t sim_platform::write(int fd, const void* data, size_t size)
+{
+    countdown_to_kill(data, size, fd);
+    if (tmp_full) {
+        ++failed_writes_;
+        errno = ENOSPC;
+        return -1;
+    }
+    return ::write(fd, data, size);
+}
+
+// The write (with its data) or command (without) at which the countdown reaches 0 is the
+// last thing the process does.
+void sim_platform::countdown_to_kill(const void* data, size_t size, int fd)
+{
+    if (kill_countdown <= 0 || --kill_countdown > 0)
+        return;
+    if (data && !tmp_full && ::write(fd, data, size / 2) < 0) {
+        // The half that would have been written is lost with the process anyway.
+    }
+    if (syslog_)
+        fflush(syslog_);
+    if (commands_)
+        fflush(commands_);
+    kill(getpid(), SIGKILL);
+}
+
+bool sim_platform::take_copy_state(bool* any_copy)
+{
+    bool ok = copies_ok_;
+    *any_copy = any_copy_;
+    copies_ok_ = true;
+    any_copy_ = false;
+    return ok;
+}
+
 int sim_platform::run(const char* command)
 {
+    countdown_to_kill(nullptr, 0, -1);
     ++command_count_;
     std::string line = command ? command : "";
     std::string effect;
@@ -188,13 +236,24 @@ std::string sim_platform::send_email(const std::string& command)
         }
         fclose(in);
     }
+    // The next free number: a process of the simulator that was killed may have taken
+    // numbers that this one's list does not know.
     char name[32];
-    snprintf(name, sizeof name, "%03zu.eml", emails_.size() + 1);
-    std::string outbox = root_ + "/sim/outbox/" + name;
+    std::string outbox;
+    for (size_t n = emails_.size() + 1;; ++n) {
+        snprintf(name, sizeof name, "%03zu.eml", n);
+        outbox = root_ + "/sim/outbox/" + name;
+        if (access(outbox.c_str(), F_OK) != 0)
+            break;
+    }
     if (rename(real.c_str(), outbox.c_str()) != 0)
         return "no message file " + file;
     emails_.push_back({clock, subject, name});
-    return std::string("sent as sim/outbox/") + name;
+    std::string effect = std::string("sent as sim/outbox/") + name;
+    if (tmp_full)
+        effect += " (composed while /tmp was full: the daemon writes this file outside the platform, "
+                  "on the router it would be empty or cut short)";
+    return effect;
 }
 
 std::string sim_platform::mapped(const std::string& absolute) const
@@ -244,6 +303,7 @@ std::string sim_platform::file_commands(const std::string& command)
                     uintmax_t n = recursive ? fs::remove_all(entry, error) : fs::remove(entry, error);
                     if (!error && n != static_cast<uintmax_t>(-1))
                         removed += n;
+                    forget_left_empty(left_empty_, entry.string());
                 }
             effect = "removed " + std::to_string(removed);
         } else if (paths.size() < 2) {
@@ -260,6 +320,15 @@ std::string sim_platform::file_commands(const std::string& command)
             for (const fs::path& source : sources) {
                 fs::path to = into ? target / source.filename() : target;
                 error.clear();
+                any_copy_ = true;
+                if (tmp_full) {
+                    if (copy_one(source, to, recursive))
+                        ++copied;
+                    else
+                        ++failed;
+                    continue;
+                }
+                forget_left_empty(left_empty_, to.string());
                 if (fs::is_directory(source, error)) {
                     if (!recursive) {
                         ++failed; // cp without -r omits directories
@@ -275,12 +344,44 @@ std::string sim_platform::file_commands(const std::string& command)
                     ++copied;
             }
             effect = "copied " + std::to_string(copied);
-            if (failed)
+            if (failed) {
                 effect += ", failed " + std::to_string(failed);
+                copies_ok_ = false;
+            }
+            if (tmp_full)
+                effect += " (no space left)";
         }
         if (!effects.empty())
             effects += "; ";
         effects += effect;
     }
     return effects.empty() ? "not interpreted" : effects;
+}
+
+// A copy on a file system without space, as cp does it there: directories and files are
+// created (they take no data blocks), a file with data is left empty and counts as failed.
+// Returns whether everything was copied.
+bool sim_platform::copy_one(const fs::path& source, const fs::path& to, bool recursive)
+{
+    std::error_code error;
+    if (fs::is_directory(source, error)) {
+        if (!recursive)
+            return false; // cp without -r omits directories
+        fs::create_directories(to, error);
+        bool ok = true;
+        for (fs::directory_iterator it(source, error), end; !error && it != end; it.increment(error))
+            ok = copy_one(it->path(), to / it->path().filename(), recursive) && ok;
+        return ok && !error;
+    }
+    if (!fs::is_regular_file(source, error))
+        return false;
+    int fd = open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return false;
+    close(fd);
+    if (fs::file_size(source, error) == 0 && !error)
+        return true;
+    ++failed_copies_;
+    left_empty_.insert(to.string());
+    return false;
 }

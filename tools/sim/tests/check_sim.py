@@ -4,6 +4,8 @@
     check_sim.py --root DIR                      checks a tree that ruvo-sim left
     check_sim.py --sim PATH [--days N] [--seed N] [--links N] [--clients N] [--keep]
                                                  runs ruvo-sim on a new tree, then checks it
+    check_sim.py --faults ...                    the same for a run with faults (ruvo-sim
+                                                 --faults): the checks listed at the end
 
 The run's tree goes to /dev/shm when that is a writable directory (the daemon replaces
 about 25 files per tick by rename, which a disk file system makes wait for the disk), else
@@ -11,9 +13,10 @@ to $TMPDIR or /var/tmp. It is removed after a successful check unless --keep is 
 
 What is checked (expected.txt describes its own format):
   - every line of every record's daily history, and the daily CSV's current line, shows
-    exactly (bytes >> 20) & 0xffffffff MiB of the expected day; the days are all there;
-    the CSV repeats the history; for each counter whose days all stay below 2^52 bytes, the
-    lines add up to the run's total less the cut-off parts:
+    exactly (bytes >> 20) & 0xffffffff MiB of the expected day; the days are all there (the
+    newest 60 in a run of more days); the CSV repeats the history; in a run of at most 60
+    days, for each counter whose days all stay below 2^52 bytes, the lines add up to the
+    run's total less the cut-off parts:
         0 <= total - 2^20 * sum(MiB) < lines * 2^20;
   - the hourly history holds exactly the newest 23 finished hours of the expected hours
     (after the clock step back), each line and the CSV's current line exact;
@@ -28,11 +31,24 @@ What is checked (expected.txt describes its own format):
     moment shows the expected days;
   - the scenario did what it is meant to: a counter wrap, a counter reset, 75 % and 95 %
     e-mails, a suspension and, once the new billing cycle is inside the run, the resumption.
+
+With --faults the generator's account no longer holds (a kill loses what came after the
+last backup, a damaged link counter file counts a sample twice, the clock jumps), and
+ruvo-sim itself checks the tree after every pass and start-up (tools/sim/tree_check.h lists
+the rules) and ends with status 1 when a rule broke. This script then checks:
+  - ruvo-sim's status is 0 and its summary reports its checks with none failed;
+  - every kind of fault happened: "/tmp" full, kills, clock jumps forward and back, and
+    damaged inputs; sim/faults.log lists as many kills and damaged inputs as the summary
+    counts, and every kill was followed by a start-up (a "starting" line in syslog);
+  - on its own, every line of every history, CSV export, router total and backup file left
+    at the end parses in its format and no file is over its line limit, no temporary file
+    is left, and the client and MAC directories hold at most their files.
 """
 
 import argparse
 import glob
 import os
+import re
 import shutil
 import shlex
 import subprocess
@@ -163,9 +179,13 @@ class Checker:
         self.equal(csv[1:], history, f"{csv_path}: the lines after the current day")
         shown = [csv[0]] + history
         expected = self.days[name]
-        self.equal(sorted(l[0] for l in shown), sorted(expected), f"{name}: days shown")
+        # The current day and the newest 59 finished days (a run of more than 60 days shows
+        # its newest 60).
+        self.equal(sorted(l[0] for l in shown), sorted(expected)[-60:], f"{name}: days shown")
         for label, m1, m2 in shown:
             self.check_line(f"{name} daily", label, m1, m2, expected)
+        if len(expected) > 60:
+            return
         # The lines add up to the run's total less at most one MiB per line and counter.
         total = self.totals[name]
         for c in (0, 1):
@@ -335,7 +355,7 @@ class Checker:
             wan, sim, _ = self.records[name]
             file = f"wan{wan}/" + ("usage_history.daily" if sim == 0 else f"sim{sim}_usage_history.daily")
             lines = [l for l in (self.parse_short(x, file) for x in content(before, file).splitlines()) if l]
-            wanted_days = sorted(d for d in self.days[name] if d < restart_day)
+            wanted_days = sorted(d for d in self.days[name] if d < restart_day)[-59:]
             self.equal(sorted(l[0] for l in lines), wanted_days, f"restart: days in {file}")
             for label, m1, m2 in lines:
                 self.check_line(f"restart: {file}", label, m1, m2, self.days[name])
@@ -367,6 +387,89 @@ class Checker:
             self.expect(len(self.lines(self.record_files("wan1", "monthly")[0])) >= 1,
                         "scenario: no closed month")
 
+    # --- a run with faults ------------------------------------------------------------
+
+    HOUR = r"\d{4}-\d{2}-\d{2}-\d{2}"
+    DAY = r"\d{4}-\d{2}-\d{2}"
+
+    def check_format(self, absolute, pattern, most, limit=None):
+        lines = self.lines(absolute, missing=[])
+        self.expect(len(lines) <= most, f"{absolute}: {len(lines)} lines, more than {most}")
+        compiled = re.compile(pattern + "$")
+        for number, line in enumerate(lines, 1):
+            match = compiled.match(line)
+            ok = match is not None and all(int(v) <= limit for v in match.groups()) if limit else match is not None
+            self.expect(ok, f"{absolute}: line {number} does not parse: {line!r}")
+            if not ok:
+                break
+
+    def check_fault_run(self, status):
+        self.equal(status, 0, "ruvo-sim's exit status")
+        summary = self.lines("/sim/summary.txt")
+        text = "\n".join(summary)
+        counts = {}
+        for key, label in (("tmp_full", "/tmp full:"), ("kill", "daemon killed:"), ("input", "inputs damaged:")):
+            found = re.search(re.escape(label) + r"\s+(\d+)", text)
+            self.expect(found is not None, f"summary: no line {label!r}")
+            counts[key] = int(found.group(1)) if found else 0
+            self.expect(counts[key] > 0, f"summary: no fault of the kind {key}")
+        jumps = re.search(r"clock jumps:\s+(\d+) forward, (\d+) back", text)
+        self.expect(jumps is not None and int(jumps.group(1)) > 0 and int(jumps.group(2)) > 0,
+                    "summary: no clock jump forward and back")
+        checks = re.search(r"checks:\s+(\d+) after (\d+) passes and (\d+) start-ups: (\d+) failed", text)
+        self.expect(checks is not None, "summary: no line of the checks")
+        if checks:
+            self.expect(int(checks.group(1)) > 0, "summary: no check was made")
+            self.equal(int(checks.group(4)), 0, "failed checks of ruvo-sim")
+        log = [l.split("\t") for l in self.lines("/sim/faults.log")]
+        kills = [l for l in log if len(l) >= 4 and l[2] == "kill"]
+        inputs = [l for l in log if len(l) >= 4 and l[2] == "input"]
+        self.equal(len(kills), counts["kill"], "kills in sim/faults.log")
+        self.equal(len(inputs), counts["input"], "damaged inputs in sim/faults.log")
+        self.expect(all(k[3].startswith("killed ") for k in kills), "every kill ended the pass's process with SIGKILL")
+        starts = [s for s in self.log_lines("syslog.log") if s[2] == "ruvo" and s[4].startswith("starting ")]
+        # The first start, the scenario's restart and one start-up after every kill.
+        self.equal(len(starts), 2 + len(kills), "start-up lines in syslog")
+
+        wans = int(self.run["links"])
+        dual = int(self.run["dual_sim_wan"])
+        records = [(w, 0) for w in range(1, wans + 1)] + [(dual, 1), (dual, 2)]
+        mib = 0xFFFFFFFF
+        for wan, sim in records:
+            base = f"/var/run/korel/wan{wan}/"
+            history = f"sim{sim}_usage_history." if sim else "usage_history."
+            export = f"sim{sim}_usage_" if sim else "link_usage_"
+            backup = f"/tmp/ruvo_backup/wan{wan}/ruvo." + (f"sim{sim}." if sim else "")
+            short_h = rf"{self.HOUR},(\d+),(\d+)"
+            short_d = rf"{self.DAY},(\d+),(\d+)"
+            period = rf"{self.DAY},{self.DAY},(\d+),(\d+)"
+            for path, pattern, most, limit in (
+                    (base + history + "hourly", short_h, 23, mib), (base + history + "daily", short_d, 59, mib),
+                    (base + history + "monthly", period, 61, mib), (base + history + "billing", period, 61, mib),
+                    (base + export + "hourly.csv", short_h, 24, mib), (base + export + "daily.csv", short_d, 60, mib),
+                    (base + export + "monthly.csv", period, 60, mib), (base + export + "billing.csv", period, 60, mib),
+                    (backup + "hourly.csv", short_h, 32, MASK64), (backup + "daily.csv", short_d, 64, MASK64),
+                    (backup + "monthly.csv", period, 62, MASK64), (backup + "billing.csv", period, 62, MASK64)):
+                self.check_format(path, pattern, most, limit)
+        for name, pattern, most in (("hourly", rf"{self.HOUR},(\d+),(\d+)", 24), ("daily", rf"{self.DAY},(\d+),(\d+)", 60),
+                                    ("monthly", rf"{self.DAY},{self.DAY},(\d+),(\d+)", 60)):
+            self.check_format(f"/var/run/korel/link_usage_{name}_total.csv", pattern, most, mib)
+        for temporary in ("/tmp/ruvo.tmp", "/tmp/ruvo_client.tmp", "/var/run/korel/client_usage_mac_hourly/hour.tmp",
+                          "/var/run/ruvo.pid.tmp"):
+            self.expect(not os.path.exists(self.path(temporary)), f"{temporary}: left at the end")
+        client = r"\d{1,3}\.\d{1,3}\.\d{1,3}\.\d{1,3},(?:lan|sroute|pptp|vpn|l2tp),\d+,\d+"
+        mac = r"(?:[0-9A-F]{2}(?::[0-9A-F]{2}){5}|\*\d{1,3}\.\d{1,3}\.\d{1,3}\.\d{1,3}),[A-Za-z0-9]+,\d+,\d+"
+        for top in ("/var/run/korel/client_usage_", "/tmp/ruvo_client_"):
+            for name, keep, pattern, most in (("hourly", 24, client, None), ("daily", 32, client, None),
+                                              ("monthly", 60, client, None), ("mac_hourly", 3, mac, 8192)):
+                directory = self.path(top + name)
+                files = sorted(f for f in os.listdir(directory) if not f.startswith(".")) \
+                    if os.path.isdir(directory) else []
+                self.expect(len(files) <= keep + 1, f"{top}{name}: {len(files)} files, more than {keep} + 1")
+                for f in files:
+                    self.check_format(f"{top}{name}/{f}", pattern, most or 10 ** 9)
+        return not self.failures
+
     def check_all(self):
         self.load_expected()
         for name in self.order:
@@ -396,6 +499,8 @@ def main():
     parser.add_argument("--links", type=int)
     parser.add_argument("--clients", type=int)
     parser.add_argument("--keep", action="store_true", help="keep the tree after a successful check")
+    parser.add_argument("--faults", action="store_true",
+                        help="a run with faults (ruvo-sim --faults) and its checks; with --root, a tree it left")
     parser.add_argument("--emulator", default="",
                         help="run ruvo-sim through this command (qemu-user for a cross build)")
     args = parser.parse_args()
@@ -412,17 +517,31 @@ def main():
             command += ["--links", str(args.links)]
         if args.clients is not None:
             command += ["--clients", str(args.clients)]
+        if args.faults:
+            command += ["--faults"]
         print("$ " + " ".join(command), flush=True)
         started = time.monotonic()
-        result = subprocess.run(command)
+        result = subprocess.run(command, stdout=subprocess.PIPE if args.faults else None, text=True)
         print(f"ruvo-sim took {time.monotonic() - started:.1f} s", flush=True)
-        if result.returncode != 0:
+        status = result.returncode
+        if args.faults:
+            # The summary, without the list of the faults (sim/faults.log has it).
+            for line in result.stdout.splitlines():
+                if not line.startswith("      "):
+                    print(line)
+        if result.returncode != 0 and not args.faults:
             print(f"FAIL: ruvo-sim ended with status {result.returncode}; tree kept at {root}")
             return 1
+    else:
+        status = 0
 
     checker = Checker(root)
     try:
-        ok = checker.check_all()
+        if args.faults:
+            checker.load_expected()
+            ok = checker.check_fault_run(status)
+        else:
+            ok = checker.check_all()
     except (OSError, ValueError, KeyError, IndexError) as error:
         checker.failures.append(f"cannot check the tree: {error!r}")
         ok = False
