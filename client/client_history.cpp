@@ -69,16 +69,31 @@ void save_client_usage(client_usage_tables* tables)
         if (!out.is_open())
             return;
         int lines = 0;
+        std::string& text = out.text();
         for (const client_record* head : table.chains)
             for (const client_record* r = head; r; r = r->next) {
                 if (!r->present)
                     continue;
+                // The address text is NUL-terminated within its array.
+                const size_t address_length = strnlen(r->address_text, sizeof r->address_text);
                 for (int type = TYPE_LAN; type < CLIENT_TYPES; ++type) {
                     if (r->first[type] == 0 && r->second[type] == 0)
                         continue;
-                    fprintf(out.stream(), "%s,%s,%lld,%lld\n", r->address_text, client_usage_type_name[type],
-                            static_cast<long long>(r->first[type] >> 10),
-                            static_cast<long long>(r->second[type] >> 10));
+                    // "%s,%s,%lld,%lld\n": the address, the source type and the two counts in
+                    // KiB, formatted into one line and appended at once.
+                    char line[sizeof r->address_text + CLIENT_TYPE_NAME_MAX + 2 * SIGNED_DIGITS_MAX + 4];
+                    char* at = line;
+                    memcpy(at, r->address_text, address_length);
+                    at += address_length;
+                    *at++ = ',';
+                    memcpy(at, client_usage_type_name[type], client_usage_type_name_length[type]);
+                    at += client_usage_type_name_length[type];
+                    *at++ = ',';
+                    at = write_signed(at, static_cast<int64_t>(r->first[type] >> 10));
+                    *at++ = ',';
+                    at = write_signed(at, static_cast<int64_t>(r->second[type] >> 10));
+                    *at++ = '\n';
+                    text.append(line, static_cast<size_t>(at - line));
                     ++lines;
                 }
             }

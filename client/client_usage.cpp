@@ -2,7 +2,9 @@
 
 #include "client/client_sources.h"
 #include "client_mac/mac_usage.h"
+#include "core/address_text.h"
 #include "core/local_time.h"
+#include "core/number_text.h"
 #include "core/read_file.h"
 #include "platform/platform.h"
 #include "platform/strutils.h"
@@ -33,13 +35,11 @@ bool never_a_client(uint32_t address)
 // would be taken as a huge unsigned count.
 bool parse_value(const char* text, uint64_t* value, const char** end)
 {
-    char* stop = nullptr;
-    errno = 0;
-    long long v = strtoll(text, &stop, 10);
-    if (errno == ERANGE || v < 0)
+    bool out_of_range = false;
+    const int64_t v = read_decimal_as_strtoll(text, end, &out_of_range);
+    if (out_of_range || v < 0)
         return false;
     *value = static_cast<uint64_t>(v);
-    *end = stop;
     return true;
 }
 
@@ -178,12 +178,12 @@ void read_client_usage(client_usage_tables* tables)
                 continue;
             if (address.empty() || (lan_address && address == lan_address) || is_wan_address(address.c_str()))
                 continue;
-            struct in_addr a;
-            if (address.size() >= sizeof(client_record::address_text) || !inet_aton(address.c_str(), &a) ||
-                never_a_client(a.s_addr))
+            uint32_t a = 0;
+            if (address.size() >= sizeof(client_record::address_text) || !address_from_text(address.c_str(), &a) ||
+                never_a_client(a))
                 continue;
             for (client_table& table : tables->table)
-                count_client(table, *tables, a.s_addr, address, first, second, reading_time);
+                count_client(table, *tables, a, address, first, second, reading_time);
         }
     }
     free_taglist(lan);

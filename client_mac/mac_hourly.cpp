@@ -37,6 +37,35 @@ std::string mac_hour_name(time_t hour)
 
 uint64_t total(const mac_usage_entry& e) { return e.first + e.second; }
 
+// Appends the six bytes of a MAC (the low 48 bits, first byte highest) as
+// "%02X:%02X:%02X:%02X:%02X:%02X" prints them.
+void append_mac_text(std::string& text, uint64_t mac)
+{
+    static const char HEX[] = "0123456789ABCDEF";
+    char digits[17];
+    for (int i = 0; i < 6; ++i) {
+        const unsigned byte = static_cast<unsigned>((mac >> (40 - 8 * i)) & 0xff);
+        digits[3 * i] = HEX[byte >> 4];
+        digits[3 * i + 1] = HEX[byte & 0xf];
+        if (i < 5)
+            digits[3 * i + 2] = ':';
+    }
+    text.append(digits, sizeof digits);
+}
+
+// Appends an IPv4 address held in network byte order as inet_ntoa prints it: its four
+// bytes in memory order, in decimal, with dots between.
+void append_address_text(std::string& text, uint32_t address)
+{
+    unsigned char bytes[4];
+    memcpy(bytes, &address, sizeof bytes);
+    for (int i = 0; i < 4; ++i) {
+        if (i > 0)
+            text.push_back('.');
+        append_unsigned(text, bytes[i]);
+    }
+}
+
 // Larger totals first.
 int compare_mac_usage(const void* a, const void* b)
 {
@@ -79,22 +108,25 @@ void ruvo_client_mac_usage_save()
     atomic_file out(TEMPORARY);
     if (!name.empty() && out.is_open()) {
         // The largest users of the hour.
+        std::string& text = out.text();
         for (int i = 0; i < count && i < LINES_MAX; ++i) {
             const mac_usage_entry& e = entries[i];
-            char key[32];
-            if (e.mac != 0) {
-                snprintf(key, sizeof key, "%02X:%02X:%02X:%02X:%02X:%02X",
-                         static_cast<unsigned>((e.mac >> 40) & 0xff), static_cast<unsigned>((e.mac >> 32) & 0xff),
-                         static_cast<unsigned>((e.mac >> 24) & 0xff), static_cast<unsigned>((e.mac >> 16) & 0xff),
-                         static_cast<unsigned>((e.mac >> 8) & 0xff), static_cast<unsigned>(e.mac & 0xff));
-            } else {
-                struct in_addr a;
-                a.s_addr = e.address;
-                snprintf(key, sizeof key, "*%s", inet_ntoa(a));
+            // "%s,%s,%llu,%llu\n": the MAC as "%02X:%02X:%02X:%02X:%02X:%02X", or "*" and the
+            // dotted address (as inet_ntoa gives it) for an address without a MAC; the
+            // source type; the two counts in KiB.
+            if (e.mac != 0)
+                append_mac_text(text, e.mac);
+            else {
+                text.push_back('*');
+                append_address_text(text, e.address);
             }
-            const char* type = static_cast<uint32_t>(e.type) < CLIENT_TYPES ? client_usage_type_name[e.type] : "unkn";
-            fprintf(out.stream(), "%s,%s,%llu,%llu\n", key, type, static_cast<unsigned long long>(e.first >> 10),
-                    static_cast<unsigned long long>(e.second >> 10));
+            text.push_back(',');
+            text.append(static_cast<uint32_t>(e.type) < CLIENT_TYPES ? client_usage_type_name[e.type] : "unkn");
+            text.push_back(',');
+            append_unsigned(text, e.first >> 10);
+            text.push_back(',');
+            append_unsigned(text, e.second >> 10);
+            text.push_back('\n');
         }
         out.commit(dated_file_path(LIVE_DIR, name).c_str());
     }

@@ -1,9 +1,13 @@
 // Whole-file replacement: a file is written to a temporary name and moved over its target
-// with rename, so that readers see either the old file or the new one, never a part. The
-// file's data goes through the platform's write (sys_write), so that a test or tool can
-// make it fail as a full file system does.
+// with rename, so that readers see either the old file or the new one, never a part.
+//
+// The file's content is gathered in memory and written with as few write calls as the
+// system allows (one, unless it writes short) when the file is committed. That write goes
+// through the platform's write (sys_write), so that a test or tool can make it fail as a
+// full file system does.
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 
@@ -19,18 +23,28 @@ public:
     atomic_file(const atomic_file&) = delete;
     atomic_file& operator=(const atomic_file&) = delete;
 
-    bool is_open() const { return stream_ != nullptr; }
-    // The stream to write to; null when the file could not be created. It is a stdio
-    // stream of its own kind (fopencookie): it has no file descriptor (fileno gives -1)
-    // and cannot seek.
+    bool is_open() const { return fd_ >= 0; }
+
+    // The content so far, to append text to directly (the hot writers format into it with
+    // the helpers of core/number_text.h). Text given to stream() is moved here first.
+    std::string& text();
+    // Appends size bytes of data.
+    void append(const char* data, size_t size) { text().append(data, size); }
+
+    // A stdio stream that appends to the content, for writers that use fprintf; null when
+    // the file could not be created. It is a stdio stream of its own kind (fopencookie):
+    // it has no file descriptor (fileno gives -1) and cannot seek.
     FILE* stream() const { return stream_; }
 
-    // Checks every write, flushes and closes the file, then renames it over target_path.
-    // Returns true when the target was replaced. On any failure the temporary file is
-    // removed and the target is left as it was.
+    // Writes the content to the temporary file, closes it and renames it over
+    // target_path. Returns true when the target was replaced. On any failure the
+    // temporary file is removed and the target is left as it was.
     bool commit(const char* target_path);
 
 private:
     std::string temp_;
+    int fd_ = -1;
+    std::string content_;
     FILE* stream_ = nullptr;
+    bool stream_failed_ = false;
 };

@@ -17,3 +17,7 @@ constexpr int TYPE_PPTP = 3;
 constexpr int TYPE_VPN = 4;
 constexpr int TYPE_L2TP = 5;
 extern const char* const client_usage_type_name[CLIENT_TYPES];
+// The length of each name, and the longest ("sroute"), for writers that build a line in a
+// buffer of their own.
+constexpr int CLIENT_TYPE_NAME_MAX = 6;
+extern const unsigned char client_usage_type_name_length[CLIENT_TYPES];

@@ -1,8 +1,10 @@
 #include "core/number_text.h"
 
 #include <cctype>
+#include <charconv>
 #include <cerrno>
 #include <cstdlib>
+#include <limits>
 
 const char* parse_count(const char* text, uint64_t* value)
 {
@@ -26,4 +28,56 @@ bool parse_two_counts(const char* text, uint64_t* first, uint64_t* second)
 {
     const char* p = parse_count(text, first);
     return p && *p == ',' && parse_count(p + 1, second);
+}
+
+char* write_unsigned(char* out, uint64_t value)
+{
+    return std::to_chars(out, out + UNSIGNED_DIGITS_MAX, value).ptr;
+}
+
+char* write_signed(char* out, int64_t value)
+{
+    return std::to_chars(out, out + SIGNED_DIGITS_MAX, value).ptr;
+}
+
+void append_unsigned(std::string& text, uint64_t value)
+{
+    char digits[UNSIGNED_DIGITS_MAX];
+    text.append(digits, static_cast<size_t>(write_unsigned(digits, value) - digits));
+}
+
+void append_signed(std::string& text, int64_t value)
+{
+    char digits[SIGNED_DIGITS_MAX];
+    text.append(digits, static_cast<size_t>(write_signed(digits, value) - digits));
+}
+
+int64_t read_decimal_as_strtoll(const char* text, const char** end, bool* out_of_range)
+{
+    *out_of_range = false;
+    if (static_cast<unsigned>(*text - '0') > 9) {
+        char* stop = nullptr;
+        errno = 0;
+        const long long v = strtoll(text, &stop, 10);
+        *out_of_range = errno == ERANGE;
+        *end = stop;
+        return v;
+    }
+    constexpr uint64_t LIMIT = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
+    const char* p = text;
+    uint64_t v = 0;
+    for (; static_cast<unsigned>(*p - '0') <= 9; ++p) {
+        const unsigned digit = static_cast<unsigned>(*p - '0');
+        if (v > (LIMIT - digit) / 10) {
+            // Beyond the range: strtoll reads the remaining digits and gives the limit.
+            while (static_cast<unsigned>(*p - '0') <= 9)
+                ++p;
+            *out_of_range = true;
+            *end = p;
+            return std::numeric_limits<int64_t>::max();
+        }
+        v = v * 10 + digit;
+    }
+    *end = p;
+    return static_cast<int64_t>(v);
 }

@@ -89,6 +89,14 @@ TEST_F(ClientSources, TypeNamesInTypeOrder)
     EXPECT_STREQ(client_usage_type_name[5], "l2tp");
 }
 
+TEST_F(ClientSources, TypeNameLengthsAreThoseOfTheNames)
+{
+    for (int type = 0; type < CLIENT_TYPES; ++type) {
+        EXPECT_EQ(client_usage_type_name_length[type], strlen(client_usage_type_name[type])) << type;
+        EXPECT_LE(client_usage_type_name_length[type], CLIENT_TYPE_NAME_MAX) << type;
+    }
+}
+
 TEST_F(ClientSources, TypeOfAHistoryNameIsLanForAnyUnknownName)
 {
     EXPECT_EQ(client_type_of("lan"), 1);

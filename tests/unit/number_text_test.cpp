@@ -1,0 +1,175 @@
+// The number helpers of the hot writers and readers: exactly the digits of "%llu" and
+// "%lld", and counts read as strtoull reads them but without its wrap-arounds.
+#include "core/address_text.h"
+#include "core/number_text.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cinttypes>
+#include <cstring>
+#include <cstdio>
+#include <limits>
+#include <random>
+#include <string>
+
+namespace {
+
+std::string printed_unsigned(uint64_t v)
+{
+    char text[32];
+    snprintf(text, sizeof text, "%llu", static_cast<unsigned long long>(v));
+    return text;
+}
+
+std::string printed_signed(int64_t v)
+{
+    char text[32];
+    snprintf(text, sizeof text, "%lld", static_cast<long long>(v));
+    return text;
+}
+
+std::string unsigned_text(uint64_t v)
+{
+    std::string text;
+    append_unsigned(text, v);
+    return text;
+}
+
+std::string signed_text(int64_t v)
+{
+    std::string text;
+    append_signed(text, v);
+    return text;
+}
+
+} // namespace
+
+TEST(NumberText, AppendUnsigned_Limits)
+{
+    EXPECT_EQ(unsigned_text(0), "0");
+    EXPECT_EQ(unsigned_text(9), "9");
+    EXPECT_EQ(unsigned_text(10), "10");
+    EXPECT_EQ(unsigned_text(4294967295u), "4294967295");
+    EXPECT_EQ(unsigned_text(4294967296u), "4294967296");
+    EXPECT_EQ(unsigned_text(std::numeric_limits<uint64_t>::max()), "18446744073709551615");
+}
+
+TEST(NumberText, AppendSigned_Limits)
+{
+    EXPECT_EQ(signed_text(0), "0");
+    EXPECT_EQ(signed_text(-1), "-1");
+    EXPECT_EQ(signed_text(17592186044415), "17592186044415"); // the largest count >> 10
+    EXPECT_EQ(signed_text(std::numeric_limits<int64_t>::max()), "9223372036854775807");
+    EXPECT_EQ(signed_text(std::numeric_limits<int64_t>::min()), "-9223372036854775808");
+}
+
+TEST(NumberText, AppendKeepsTheTextBefore)
+{
+    std::string text = "10.1.0.7,lan,";
+    append_signed(text, 12);
+    text.push_back(',');
+    append_unsigned(text, 34);
+    EXPECT_EQ(text, "10.1.0.7,lan,12,34");
+}
+
+TEST(NumberText, AppendIsPrintfForEveryPowerOfTenAndItsNeighbours)
+{
+    uint64_t p = 1;
+    for (int digits = 1; digits <= 20; ++digits) {
+        for (uint64_t v : {p - 1, p, p + 1}) {
+            EXPECT_EQ(unsigned_text(v), printed_unsigned(v)) << v;
+            EXPECT_EQ(signed_text(static_cast<int64_t>(v)), printed_signed(static_cast<int64_t>(v))) << v;
+            EXPECT_EQ(signed_text(-static_cast<int64_t>(v & 0x7fffffffffffffffu)),
+                      printed_signed(-static_cast<int64_t>(v & 0x7fffffffffffffffu)));
+        }
+        if (digits < 20)
+            p *= 10;
+    }
+}
+
+TEST(NumberText, AppendIsPrintfForAMillionRandomValues)
+{
+    std::mt19937_64 random(20261124);
+    for (int i = 0; i < 1000000; ++i) {
+        // Values of every length: a random number shifted right by a random amount.
+        const uint64_t v = random() >> (random() % 64);
+        ASSERT_EQ(unsigned_text(v), printed_unsigned(v));
+        ASSERT_EQ(signed_text(static_cast<int64_t>(v)), printed_signed(static_cast<int64_t>(v)));
+    }
+}
+
+TEST(NumberText, ParseCount_ReadsAsStrtoullAndRefusesWhatItWouldWrap)
+{
+    uint64_t v = 0;
+    const char* text = "  123,456";
+    const char* end = parse_count(text, &v);
+    ASSERT_NE(end, nullptr);
+    EXPECT_EQ(v, 123u);
+    EXPECT_EQ(end, text + 5);
+    EXPECT_EQ(parse_count("18446744073709551615", &v) != nullptr, true);
+    EXPECT_EQ(v, std::numeric_limits<uint64_t>::max());
+    EXPECT_EQ(parse_count("18446744073709551616", &v), nullptr);
+    EXPECT_EQ(parse_count("-5", &v), nullptr);
+    EXPECT_EQ(parse_count("+5", &v), nullptr);
+    EXPECT_EQ(parse_count("", &v), nullptr);
+    EXPECT_EQ(parse_count(nullptr, &v), nullptr);
+}
+
+TEST(NumberText, ReadDecimalAsStrtoll_SameValueEndAndRangeError)
+{
+    const char* const texts[] = {"0",     "123/456", "9223372036854775807", "9223372036854775808x",
+                                 "99999999999999999999999", "-5", " 7", "+8", "", "abc", "00012,",
+                                 "-9223372036854775809"};
+    for (const char* text : texts) {
+        const char* end = nullptr;
+        bool out_of_range = true;
+        const int64_t v = read_decimal_as_strtoll(text, &end, &out_of_range);
+        char* stop = nullptr;
+        errno = 0;
+        const long long expected = strtoll(text, &stop, 10);
+        EXPECT_EQ(v, expected) << text;
+        EXPECT_EQ(end, stop) << text;
+        EXPECT_EQ(out_of_range, errno == ERANGE) << text;
+    }
+}
+
+TEST(AddressText, CommonFormReadHere_OtherFormsAsInetAton)
+{
+    const char* const texts[] = {"10.1.0.7", "0.0.0.0", "255.255.255.255", "256.1.1.1", "1.2.3.256", "010.1.1.1",
+                                 "0x0a.1.1.1", "10.1.1", "10", "1.2.3.4 junk", "1.2.3.4\n", "1.2.3.4x",
+                                 "1.2.3.4.5", "", ".1.2.3", "1..2.3", "1.2.3.0004", "4294967295", "1.2.3.-4"};
+    for (const char* text : texts) {
+        uint32_t got = 0xdeadbeef;
+        struct in_addr a;
+        const bool expected = inet_aton(text, &a) != 0;
+        ASSERT_EQ(address_from_text(text, &got), expected) << text;
+        if (expected) {
+            EXPECT_EQ(got, a.s_addr) << text;
+        }
+    }
+    uint32_t got = 0;
+    ASSERT_TRUE(address_from_text("192.168.1.20", &got));
+    const unsigned char want[4] = {192, 168, 1, 20};
+    EXPECT_EQ(memcmp(&got, want, 4), 0);
+}
+
+TEST(AddressText, EveryDottedQuadOfSmallPartsAsInetAton)
+{
+    std::mt19937 random(7);
+    const char alphabet[] = "0123456789.x \n";
+    for (int i = 0; i < 200000; ++i) {
+        std::string text;
+        const int length = static_cast<int>(random() % 16);
+        for (int k = 0; k < length; ++k)
+            text.push_back(alphabet[random() % (sizeof alphabet - 1)]);
+        uint32_t got = 0;
+        struct in_addr a;
+        const bool expected = inet_aton(text.c_str(), &a) != 0;
+        ASSERT_EQ(address_from_text(text.c_str(), &got), expected) << text;
+        if (expected) {
+            ASSERT_EQ(got, a.s_addr) << text;
+        }
+    }
+}
