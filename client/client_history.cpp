@@ -48,6 +48,40 @@ void run(const char* command)
     sys_system(command);
 }
 
+// Appends a "%s,%s,%lld,%lld\n" line (the address, the source type and the two counts in
+// KiB) for every type with traffic of every present record of the table; returns how many.
+// Each line is formatted into a buffer of its own and appended at once.
+int append_client_lines(std::string& text, const client_table& table)
+{
+    int lines = 0;
+    for (const client_record* head : table.chains)
+        for (const client_record* r = head; r; r = r->next) {
+            if (!r->present)
+                continue;
+            // The address text is NUL-terminated within its array.
+            const size_t address_length = strnlen(r->address_text, sizeof r->address_text);
+            for (int type = TYPE_LAN; type < CLIENT_TYPES; ++type) {
+                if (r->first[type] == 0 && r->second[type] == 0)
+                    continue;
+                char line[sizeof r->address_text + CLIENT_TYPE_NAME_MAX + 2 * SIGNED_DIGITS_MAX + 4];
+                char* at = line;
+                memcpy(at, r->address_text, address_length);
+                at += address_length;
+                *at++ = ',';
+                memcpy(at, client_usage_type_name[type], client_usage_type_name_length[type]);
+                at += client_usage_type_name_length[type];
+                *at++ = ',';
+                at = write_signed(at, static_cast<int64_t>(r->first[type] >> 10));
+                *at++ = ',';
+                at = write_signed(at, static_cast<int64_t>(r->second[type] >> 10));
+                *at++ = '\n';
+                text.append(line, static_cast<size_t>(at - line));
+                ++lines;
+            }
+        }
+    return lines;
+}
+
 } // namespace
 
 const char* client_live_dir(int kind) { return LIVE_DIRS[kind]; }
@@ -68,35 +102,8 @@ void save_client_usage(client_usage_tables* tables)
         atomic_file out(SCRATCH);
         if (!out.is_open())
             return;
-        int lines = 0;
-        std::string& text = out.text();
-        for (const client_record* head : table.chains)
-            for (const client_record* r = head; r; r = r->next) {
-                if (!r->present)
-                    continue;
-                // The address text is NUL-terminated within its array.
-                const size_t address_length = strnlen(r->address_text, sizeof r->address_text);
-                for (int type = TYPE_LAN; type < CLIENT_TYPES; ++type) {
-                    if (r->first[type] == 0 && r->second[type] == 0)
-                        continue;
-                    // "%s,%s,%lld,%lld\n": the address, the source type and the two counts in
-                    // KiB, formatted into one line and appended at once.
-                    char line[sizeof r->address_text + CLIENT_TYPE_NAME_MAX + 2 * SIGNED_DIGITS_MAX + 4];
-                    char* at = line;
-                    memcpy(at, r->address_text, address_length);
-                    at += address_length;
-                    *at++ = ',';
-                    memcpy(at, client_usage_type_name[type], client_usage_type_name_length[type]);
-                    at += client_usage_type_name_length[type];
-                    *at++ = ',';
-                    at = write_signed(at, static_cast<int64_t>(r->first[type] >> 10));
-                    *at++ = ',';
-                    at = write_signed(at, static_cast<int64_t>(r->second[type] >> 10));
-                    *at++ = '\n';
-                    text.append(line, static_cast<size_t>(at - line));
-                    ++lines;
-                }
-            }
+        // An empty table writes no line (and leaves no file, below).
+        const int lines = table.records > 0 ? append_client_lines(out.text(), table) : 0;
         // A period without traffic leaves no file, and an older file of its name alone.
         if (lines > 0)
             out.commit(dated_file_path(LIVE_DIRS[table.kind], dated_file_stem(table.kind, start)).c_str());

@@ -234,6 +234,9 @@ bool is_wan_address(const char* text)
 
 void classify_clients(client_table& table)
 {
+    // Nothing to classify: the lists would only be read for nothing.
+    if (table.records == 0)
+        return;
     for (client_record* head : table.chains)
         for (client_record* r = head; r; r = r->next)
             r->type = TYPE_LAN;

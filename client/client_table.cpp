@@ -32,6 +32,7 @@ client_record* add_client(client_table& table, uint32_t address, const char* add
     client_record*& head = table.chains[client_chain(address)];
     r->next = head;
     head = r;
+    ++table.records;
     return r;
 }
 

@@ -27,6 +27,10 @@ struct client_table {
     time_t time;       // time of the latest reading, or the start of a loaded file's period
     time_t prev_time;
     int kind;
+    // Records in the chains. Records are only added (add_client) until the tables are
+    // freed, so a table without any is passed over at once by the walks of every tick
+    // rather than through its 8,191 empty chains.
+    uint32_t records;
     client_record* chains[CLIENT_CHAINS];
 };
 

@@ -41,11 +41,21 @@ bool write_all(int fd, const char* data, size_t size)
 
 atomic_file::atomic_file(const char* temp_path) : temp_(sys_path(temp_path))
 {
-    unlink(temp_.c_str());
-    // O_EXCL also refuses a symlink that reappears between the unlink and the open.
-    fd_ = open(temp_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    // Created exclusively without following links: a file or symlink planted at the name
+    // is never written through. Whatever stands there (a temporary file a kill left, or a
+    // planted one) is unlinked and the creation tried once more; O_EXCL also refuses a
+    // symlink that reappears between the unlink and the open. The name is usually free,
+    // so the unlink is only made when it is needed.
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    fd_ = open(temp_.c_str(), FLAGS, 0666);
+    if (fd_ < 0 && errno == EEXIST) {
+        unlink(temp_.c_str());
+        fd_ = open(temp_.c_str(), FLAGS, 0666);
+    }
     if (fd_ < 0)
         return;
+    // Room for the history files and exports without growing on the way.
+    content_.reserve(4096);
     // Made now, so that stream() is never null on an open file.
     cookie_io_functions_t functions = {};
     functions.write = append_to_content;

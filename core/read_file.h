@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <dirent.h>
 #include <memory>
+#include <string>
 
 struct file_closer {
     void operator()(FILE* f) const { fclose(f); }
@@ -34,16 +35,19 @@ constexpr long long MAX_INPUT_FILE_SIZE = 64LL << 20;
 // MAX_INPUT_FILE_SIZE counts as unreadable (null), like every file error skipped silently
 // and tried again at the next tick; so does a character or block device (no input is one,
 // and /dev/zero would never end). Files that report no size (those under /proc) and FIFOs
-// are opened whatever they hold.
+// are opened whatever they hold. The stream is a stdio stream of its own kind over the
+// descriptor (fopencookie): fileno gives -1; it reads and seeks as a stream of fdopen does.
 file_ptr open_for_reading(const char* absolute_path);
 
 // Whether the file at one of the daemon's absolute paths can be opened for reading. A
 // marker file is only opened, never read, so its size does not matter here.
 bool is_readable(const char* absolute_path);
 
-// Copies at most max_lines lines of in to out, reading through a 256-byte buffer (a longer
-// line is copied in pieces, and each piece counts as a line).
-void copy_lines(FILE* out, FILE* in, int max_lines);
+// Appends at most max_lines lines of in to out, as copying them with fgets through a
+// 256-byte buffer and fputs would (a longer line is copied in pieces, and each piece counts
+// as a line; a piece ends at a NUL byte it holds). The stream is read in blocks, so it is
+// left further on than after the last line copied: copy_lines is the last read of in.
+void copy_lines(std::string& out, FILE* in, int max_lines);
 
 struct dir_closer {
     void operator()(DIR* dir) const;

@@ -79,7 +79,7 @@ void export_billing_csv(const wan_usage& r)
     char path[RECORD_PATH_SIZE];
     record_path(path, r, HISTORY_WAN, HISTORY_SIM);
     if (file_ptr history = open_for_reading(path))
-        copy_lines(out.stream(), history.get(), SHOWN);
+        copy_lines(out.text(), history.get(), SHOWN);
     record_path(path, r, EXPORT_WAN, EXPORT_SIM);
     out.commit(path);
 }

@@ -7,8 +7,13 @@
 #include "history/period_line.h"
 #include "history/record_path.h"
 #include "history/ring_history.h"
+#include "platform/platform.h"
 
 #include <limits>
+#include <map>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
 
 namespace {
 
@@ -132,10 +137,98 @@ void export_monthly_csv(const wan_usage& r)
     char path[RECORD_PATH_SIZE];
     history_path(path, r);
     if (file_ptr history = open_for_reading(path))
-        copy_lines(out.stream(), history.get(), SHOWN);
+        copy_lines(out.text(), history.get(), SHOWN);
     record_path(path, r, EXPORT_WAN, EXPORT_SIM);
     out.commit(path);
 }
+
+namespace {
+
+// The rows of a monthly history as the total reads them: every line that parses, at most
+// TOTAL_MONTHLY_ROWS - 1.
+struct monthly_rows {
+    // The file they were read from: the same device, inode, size, modification and change
+    // times (to the nanosecond) mean the same content. The daemon replaces the file by
+    // rename, which gives a new inode every time.
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    struct timespec modified = {0, 0};
+    struct timespec changed = {0, 0};
+    std::vector<usage_month_row> rows;
+};
+
+bool same_file(const monthly_rows& cached, const struct stat& st)
+{
+    return cached.device == st.st_dev && cached.inode == st.st_ino && cached.size == st.st_size &&
+           cached.modified.tv_sec == st.st_mtim.tv_sec && cached.modified.tv_nsec == st.st_mtim.tv_nsec &&
+           cached.changed.tv_sec == st.st_ctim.tv_sec && cached.changed.tv_nsec == st.st_ctim.tv_nsec;
+}
+
+// The monthly histories' rows, kept between ticks by the file's path. Every tick adds each
+// WAN record's monthly history into the router's monthly total, and the history changes
+// once a month: parsing its lines again each tick was a fifth of an idle tick. A history
+// file is written by the daemon alone; the rows are used only while the file is the very
+// one they were read from (one stat instead of reading and parsing it), so they are what
+// reading the file again would give. (Another program that rewrote the file in place with
+// content of the same size within one step of the file system's clock would not be seen;
+// nothing but the daemon writes these files, and it always writes a new file.) A file
+// that is not a regular file is read every time.
+std::map<std::string, monthly_rows> monthly_rows_cache;
+
+// Reads the rows of the history at path into rows; false when the file cannot be read.
+bool read_monthly_rows(const char* path, monthly_rows* rows)
+{
+    file_ptr history = open_for_reading(path);
+    if (!history)
+        return false;
+    rows->rows.clear();
+    char line[LINE_SIZE];
+    // A history may hold 61 lines but the table 60 rows: the rest are dropped.
+    while (static_cast<int>(rows->rows.size()) < TOTAL_MONTHLY_ROWS - 1 && fgets(line, sizeof line, history.get())) {
+        usage_month_row row = {};
+        uint64_t mib1, mib2;
+        if (!read_period_line(line, &row.start, &row.end, &mib1, &mib2))
+            continue;
+        row.bytes[0] = mib1 << 20;
+        row.bytes[1] = mib2 << 20;
+        rows->rows.push_back(row);
+    }
+    return true;
+}
+
+// The rows of the monthly history at path, from the cache when the file is unchanged;
+// null when there is no readable file.
+const std::vector<usage_month_row>* monthly_history_rows(const char* path)
+{
+    struct stat st;
+    if (stat(sys_path(path).c_str(), &st) != 0) {
+        monthly_rows_cache.erase(path);
+        return nullptr;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        monthly_rows_cache.erase(path);
+        static monthly_rows uncached;
+        return read_monthly_rows(path, &uncached) ? &uncached.rows : nullptr;
+    }
+    monthly_rows& cached = monthly_rows_cache[path];
+    if (same_file(cached, st))
+        return &cached.rows;
+    // The identity is that of the file read: it is taken before the read, and a file
+    // replaced in between is seen as changed at the next tick.
+    if (!read_monthly_rows(path, &cached)) {
+        monthly_rows_cache.erase(path);
+        return nullptr;
+    }
+    cached.device = st.st_dev;
+    cached.inode = st.st_ino;
+    cached.size = st.st_size;
+    cached.modified = st.st_mtim;
+    cached.changed = st.st_ctim;
+    return &cached.rows;
+}
+
+} // namespace
 
 void aggregate_monthly_total(usage_totals& totals, wan_usage& r)
 {
@@ -147,20 +240,14 @@ void aggregate_monthly_total(usage_totals& totals, wan_usage& r)
     int rows = 1;
     char path[RECORD_PATH_SIZE];
     history_path(path, r);
-    if (file_ptr history = open_for_reading(path)) {
-        char line[LINE_SIZE];
+    if (const std::vector<usage_month_row>* history = monthly_history_rows(path)) {
         // Rows are matched by position; the last record to reach a row decides its dates.
-        // A history may hold 61 lines but the table 60 rows: the rest are dropped.
-        while (rows < TOTAL_MONTHLY_ROWS && fgets(line, sizeof line, history.get())) {
-            struct tm first, last;
-            uint64_t mib1, mib2;
-            if (!read_period_line(line, &first, &last, &mib1, &mib2))
-                continue;
+        for (const usage_month_row& line : *history) {
             usage_month_row& row = totals.monthly[rows];
-            row.start = first;
-            row.end = last;
-            row.bytes[0] += mib1 << 20;
-            row.bytes[1] += mib2 << 20;
+            row.start = line.start;
+            row.end = line.end;
+            row.bytes[0] += line.bytes[0];
+            row.bytes[1] += line.bytes[1];
             ++rows;
         }
     }
@@ -214,7 +301,7 @@ void update_monthly_total(const usage_totals& totals)
     if (file_ptr old = open_for_reading(TOTAL)) {
         char line[LINE_SIZE];
         if (fgets(line, sizeof line, old.get()))
-            copy_lines(out.stream(), old.get(), SHOWN);
+            copy_lines(out.text(), old.get(), SHOWN);
     }
     out.commit(TOTAL);
 }

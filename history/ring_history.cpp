@@ -191,7 +191,7 @@ void export_ring_csv(const wan_usage& r, const ring_period& p)
     char path[RECORD_PATH_SIZE];
     record_path(path, r, p.history_wan, p.history_sim);
     if (file_ptr history = open_for_reading(path))
-        copy_lines(out.stream(), history.get(), p.history_lines);
+        copy_lines(out.text(), history.get(), p.history_lines);
     record_path(path, r, p.export_wan, p.export_sim);
     out.commit(path);
 }
@@ -219,7 +219,7 @@ void update_ring_total(const usage_row* rows, int count, const ring_period& p)
         // The old first line is the previous tick's current period.
         char line[256];
         if (fgets(line, sizeof line, old.get()))
-            copy_lines(out.stream(), old.get(), p.total_rows - 1);
+            copy_lines(out.text(), old.get(), p.total_rows - 1);
     }
     out.commit(p.total);
 }

@@ -717,6 +717,51 @@ TEST_F(MonthlyTotal, AggregationInTheOtherOrderTakesTheFirstRecordsDates)
     EXPECT_EQ(t.flags, 0u);
 }
 
+// The rows of a history are kept between ticks only while the file is the one they came
+// from: every change of the file, by rename or in place, is read again.
+TEST_F(MonthlyTotal, AggregationReadsAHistoryAgainWhenItChanged)
+{
+    wan_usage a = record_at(local(2024, 5, 20, 12, 0, 0), 0);
+    a.month_start = local(2024, 5, 1);
+    auto rows = [&]() {
+        usage_totals t{};
+        aggregate_monthly_total(t, a);
+        std::string text;
+        for (int k = 1; k < t.monthly_count; ++k)
+            text += ymd(t.monthly[k].start) + "," + ymd(t.monthly[k].end) + "," +
+                    std::to_string(t.monthly[k].bytes[0] >> 20) + "," + std::to_string(t.monthly[k].bytes[1] >> 20) +
+                    "\n";
+        return text;
+    };
+    write_file(HISTORY, "2024-04-01,2024-04-30,41,4\n");
+    EXPECT_EQ(rows(), "2024-04-01,2024-04-30,41,4\n");
+    EXPECT_EQ(rows(), "2024-04-01,2024-04-30,41,4\n");
+    // Replaced by rename with content of the same size.
+    const std::string scratch = real("/tmp/other");
+    {
+        FILE* f = fopen(scratch.c_str(), "w");
+        ASSERT_NE(f, nullptr);
+        fputs("2024-04-01,2024-04-30,42,5\n", f);
+        fclose(f);
+    }
+    ASSERT_EQ(rename(scratch.c_str(), real(HISTORY).c_str()), 0);
+    EXPECT_EQ(rows(), "2024-04-01,2024-04-30,42,5\n");
+    // Rewritten in place: the same inode, another size.
+    {
+        FILE* f = fopen(real(HISTORY).c_str(), "w");
+        ASSERT_NE(f, nullptr);
+        fputs("2024-03-01,2024-03-31,430,6\n", f);
+        fclose(f);
+    }
+    EXPECT_EQ(rows(), "2024-03-01,2024-03-31,430,6\n");
+    // Removed: no rows.
+    ASSERT_EQ(unlink(real(HISTORY).c_str()), 0);
+    EXPECT_EQ(rows(), "");
+    // A FIFO without a writer reads as empty, every time.
+    ASSERT_EQ(mkfifo(real(HISTORY).c_str(), 0644), 0);
+    EXPECT_EQ(rows(), "");
+}
+
 TEST_F(MonthlyTotal, RebuildWritesEveryRowWithoutBackFillWhenNoClientDirectory)
 {
     write_file(HISTORY, "2024-03-01,2024-03-31,300,30\n2024-02-01,2024-02-29,200,20\n");
