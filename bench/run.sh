@@ -6,21 +6,28 @@
 #     instructions and their top entries (callgrind), system calls (strace, when
 #     installed), the pass with the periodic backup, start-up with full backups, ticks
 #     early and after a simulated year, peak memory;
-#   - the stripped size of the ruvo executable (RelWithDebInfo, and MinSizeRel for -Os).
-# Usage: bench/run.sh   (from any directory; about 5 to 6 minutes on 2 cores)
+#   - the stripped size of the ruvo executable (RelWithDebInfo, and MinSizeRel for -Os);
+#   - the I/O floor of a tick against the tick itself at 0 and 16,384 clients, in one
+#     process: CPU time and their ratio, and the files each reads and writes (strace).
+# Usage: bench/run.sh   (from any directory; about 6 to 7 minutes on 2 cores)
 #        bench/run.sh --year-instructions   also counts the instructions of a tick with 1,000
 #                                           clients after a simulated year (about 5 more
 #                                           minutes: the year runs under valgrind)
+#        bench/run.sh --io-floor            builds and runs only the I/O floor step (about a
+#                                           minute after the build)
+# RUVO_BENCH_BUILD_DIR names another build directory than build-bench/.
 set -eu
 
 year_instructions=no
-if [ "${1:-}" = "--year-instructions" ]; then
-    year_instructions=yes
-fi
+io_floor_only=no
+case "${1:-}" in
+    --year-instructions) year_instructions=yes ;;
+    --io-floor) io_floor_only=yes ;;
+esac
 
 here=$(cd "$(dirname "$0")" && pwd)
 source_dir=$(dirname "$here")
-build_dir="$source_dir/build-bench"
+build_dir="${RUVO_BENCH_BUILD_DIR:-$source_dir/build-bench}"
 
 # valgrind (callgrind) and GNU time; both are Debian packages.
 missing=""
@@ -51,6 +58,110 @@ cmake -S "$source_dir" -B "$build_dir" -DRUVO_BENCH=ON -DRUVO_TESTS=OFF \
     -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$build_dir" --target ruvo_bench ruvo -j2 >/dev/null
 bench="$build_dir/bench/ruvo_bench"
+
+# ---- The I/O floor (run last, or alone with --io-floor) ----------------------------------------
+
+# What one strace of the bench did between the markers of the measured pass: calls, files read
+# (opened for reading, each once), files written (renamed over, or opened for writing without
+# being created: the event pipe), directories listed, paths only looked at (access, stat, an
+# open that failed; not opened, renamed or removed otherwise), and the bytes of read and write.
+strace_files() {
+    awk '
+    function path1(s) { return match(s, /"[^"]*"/) ? substr(s, RSTART + 1, RLENGTH - 2) : "" }
+    function path2(s) { sub(/^[^"]*"[^"]*"/, "", s); return path1(s) }
+    /ruvo-bench-measured-begin/ { on = 1; next }
+    /ruvo-bench-measured-end/ { on = 0 }
+    !on { next }
+    {
+        sub(/^[0-9]+ +/, "")
+        calls++
+        call = $0; sub(/\(.*/, "", call)
+        ok = $0 !~ /= -1 [A-Z]/
+        p = path1($0)
+        if (call == "openat" && ok) {
+            if ($0 ~ /O_DIRECTORY/) listed[p] = 1
+            else if ($0 ~ /O_RDONLY/) got[p] = 1
+            else if ($0 ~ /O_WRONLY/ && $0 !~ /O_CREAT/) in_place[p] = 1
+            opened[p] = 1
+        } else if (call == "rename" && ok) {
+            moved[p] = 1; target[path2($0)] = 1
+        } else if (call == "unlink" && ok) {
+            removed[p] = 1
+        } else if ((call == "read" || call == "write") && ok) {
+            n = $0; sub(/.*= /, "", n); bytes[call] += n
+        }
+        if (call == "access" || call == "newfstatat" && $0 ~ /AT_FDCWD/ || call == "stat" ||
+            call == "lstat" || call == "openat" && !ok)
+            looked[p] = 1
+    }
+    END {
+        for (p in got) n_read++
+        for (p in listed) n_dirs++
+        for (p in target) if (!(p in removed)) n_replaced++
+        for (p in in_place) n_in_place++
+        for (p in looked)
+            if (!(p in opened) && !(p in moved) && !(p in target) && !(p in removed)) n_looked++
+        printf "%5d calls; files read %d, written %d (%d replaced, %d in place), directories listed %d, paths looked at %d; bytes read %d, written %d\n",
+            calls, n_read, n_replaced + n_in_place, n_replaced, n_in_place, n_dirs, n_looked, bytes["read"],
+            bytes["write"]
+    }' "$1"
+}
+
+io_floor_step() {
+    echo
+    echo "== The I/O floor of a tick (5 WAN links, WAN 5 dual-SIM, full backups): only the file I/O"
+    echo "   that one real tick made (the same files read, listed, taken and written, the same bytes"
+    echo "   written, each replaced file through a scratch file and a rename), every byte prepared,"
+    echo "   no formatting or parsing; CPU time (user + system) per pass, medians of 5 runs of each"
+    echo "   case in one process, the runs interleaved at random"
+    "$bench" --benchmark_filter='^BM_(Tick/clients:(0|16384)/full_backups:1$|IoFloor/clients:(0|16384)/|TickAndFloor/)' \
+        --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true \
+        --benchmark_report_aggregates_only=true --benchmark_format=json >"$work/floor.json"
+    # The medians, one line per case; BM_TickAndFloor alternates a tick and a floor pass, its
+    # tick_cpu_ms and floor_cpu_ms are the medians over its 100 iterations.
+    awk -F': ' '
+        function value(s) { sub(/,$/, "", s); return s + 0 }
+        /"name"/ { gsub(/[",]/, "", $2); name = $2; median = name ~ /_median$/; sub(/_median$/, "", name)
+                   sub(/\/iterations:[0-9]+$/, "", name); next }
+        !median { next }
+        /"cpu_time"/ { cpu[name] = value($2) }
+        /"user_ms"/ { user[name] = value($2) }
+        /"sys_ms"/ { sys[name] = value($2) }
+        /"tick_cpu_ms"/ { tick[name] = value($2) }
+        /"floor_cpu_ms"/ { fl[name] = value($2) }
+        /"tick_over_floor"/ { ratio[name] = value($2) }
+        END {
+            split("0 16384", clients, " ")
+            for (i = 1; i <= 2; i++) {
+                c = clients[i]
+                t = "BM_Tick/clients:" c "/full_backups:1"; f = "BM_IoFloor/clients:" c
+                a = "BM_TickAndFloor/clients:" c
+                printf "%-36s CPU %7.3f ms (user %6.3f, system %6.3f)\n", t, cpu[t], user[t], sys[t]
+                printf "%-36s CPU %7.3f ms (user %6.3f, system %6.3f)\n", f, cpu[f], user[f], sys[f]
+                printf "%-36s tick %7.3f ms, floor %6.3f ms, tick / floor %5.2f\n", a, tick[a], fl[a], ratio[a]
+            }
+            for (i = 1; i <= 2; i++)
+                printf "ratio at %s clients: %.2f\n", clients[i], ratio["BM_TickAndFloor/clients:" clients[i]]
+        }' "$work/floor.json"
+    if command -v strace >/dev/null 2>&1; then
+        echo "-- files of one tick and of one floor pass (strace, between the markers)"
+        for clients in 0 16384; do
+            strace -o "$work/strace.txt" "$bench" \
+                --benchmark_filter="^BM_OneTick/clients:$clients/full_backups:1/" >/dev/null 2>&1
+            printf 'tick  %5s clients: %s\n' "$clients" "$(strace_files "$work/strace.txt")"
+            strace -o "$work/strace.txt" "$bench" --benchmark_filter="^BM_OneIoFloor/clients:$clients/" \
+                >/dev/null 2>&1
+            printf 'floor %5s clients: %s\n' "$clients" "$(strace_files "$work/strace.txt")"
+        done
+    else
+        echo "-- files of a tick and of the floor: strace is not installed, skipped"
+    fi
+}
+
+if [ "$io_floor_only" = yes ]; then
+    io_floor_step
+    exit 0
+fi
 
 echo "== Time of one reading + save (Google Benchmark; CPU is the process's user + system time)"
 "$bench" --benchmark_filter='^BM_Reading' --benchmark_counters_tabular=true
@@ -232,3 +343,5 @@ for build in relwithdebinfo minsizerel; do
     printf '%-16s %8s bytes   ' "$build" "$(stat -c %s "$work/ruvo.$build")"
     size "$work/ruvo.$build" | awk 'NR == 2 { printf "text %s, data %s, bss %s\n", $1, $2, $3 }'
 done
+
+io_floor_step

@@ -48,11 +48,18 @@
 //   BM_TickAfterHourlyTicks/C/H      240 ticks at the 30 s pace (two hours) after H ticks
 //                                    one hour apart: H = 0 (early) and 8,760 (one year)
 //   BM_OneTickAfterHourlyTicks/C/H   exactly one tick after H hourly ticks (callgrind)
+//   BM_IoFloor/C                     the I/O floor of a tick (io_floor.h): only the file
+//                                    operations one real tick made, every byte prepared
+//   BM_OneIoFloor/C                  exactly one floor pass (strace)
+//   BM_TickAndFloor/C                a tick and a floor pass in turn, each timed on its own,
+//                                    with the medians and their ratio as counters
 // The measured ticks start with ticks_since_backup at 0, so that no periodic backup falls
 // into them; BM_TickWithPeriodicBackup measures that pass on its own. The single measured
 // tick of the BM_One… cases runs inside measured_tick() and the single start-up inside
 // measured_start(), which switch callgrind's instrumentation and collection on around it
 // (see the client benchmark and run.sh).
+#include "io_floor.h"
+
 #include "client/client_sources.h"
 #include "client_mac/mac_usage.h"
 #include "daemon/daemon.h"
@@ -65,6 +72,7 @@
 #define RUVO_TICK_BENCH_CALLGRIND 1
 #endif
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <csignal>
@@ -111,7 +119,16 @@ struct tick_platform final : platform {
     long commands_run = 0;
     long commands_not_run = 0;
 
-    std::string path(const char* absolute) const override { return root + absolute; }
+    // While set, every mapped path is also appended here (the I/O floor's record of a tick).
+    std::vector<std::string>* mapped = nullptr;
+
+    std::string path(const char* absolute) const override
+    {
+        std::string p = root + absolute;
+        if (mapped)
+            mapped->push_back(p);
+        return p;
+    }
     time_t now() override { return clock; }
     void log(const char*, int, int, const char*) override {}
     void arm_alarm(unsigned) override {}
@@ -204,11 +221,11 @@ public:
         user_ += seconds(after.ru_utime) - seconds(before_.ru_utime);
         system_ += seconds(after.ru_stime) - seconds(before_.ru_stime);
     }
-    void report(benchmark::State& s, long passes) const
+    void report(benchmark::State& s, long passes, const std::string& prefix = "") const
     {
         const double n = static_cast<double>(passes > 0 ? passes : 1);
-        s.counters["user_ms"] = user_ * 1e3 / n;
-        s.counters["sys_ms"] = system_ * 1e3 / n;
+        s.counters[prefix + "user_ms"] = user_ * 1e3 / n;
+        s.counters[prefix + "sys_ms"] = system_ * 1e3 / n;
     }
 
 private:
@@ -912,4 +929,204 @@ BENCHMARK(BM_OneTickAfterHourlyTicks)
     ->Args({1000, 0})
     ->Args({1000, YEAR_OF_HOURS})
     ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+
+// ---- The I/O floor ---------------------------------------------------------------------------
+
+namespace {
+
+// The process's CPU time (user + system) in milliseconds, to the nanosecond.
+double process_cpu_ms()
+{
+    struct timespec t;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) * 1e3 + static_cast<double>(t.tv_nsec) * 1e-6;
+}
+
+double median(std::vector<double> v)
+{
+    if (v.empty())
+        return 0;
+    std::sort(v.begin(), v.end());
+    const size_t m = v.size() / 2;
+    return v.size() % 2 ? v[m] : (v[m - 1] + v[m]) / 2;
+}
+
+// Watches one real tick at the 30 s pace (mid-hour, no backup) and works out its floor; the
+// floor's replaced files go under "<root>/floor".
+void record_floor(tick_router& router, io_floor& floor)
+{
+    std::vector<std::string> mapped;
+    router.prepare_tick(TICK);
+    ticks_since_backup = 0;
+    floor.record_begin(router.plat().root);
+    router.plat().mapped = &mapped;
+    loop_pass(router.state);
+    router.plat().mapped = nullptr;
+    floor.record_end(mapped, router.plat().root + "/floor");
+    router.check_deleted_list_taken();
+}
+
+// The kernel files and the deleted-ARP answer written again, as before a tick, without a
+// tick pending: what a floor pass reads and takes. step moves the clock as prepare_tick does.
+void refill_for_floor(tick_router& router, time_t step)
+{
+    router.prepare_tick(step);
+    tick_pending = 0;
+}
+
+void floor_counters(benchmark::State& s, const io_floor& floor, int clients)
+{
+    s.counters["clients"] = clients;
+    s.counters["files_read"] = static_cast<double>(floor.files_read() + floor.files_taken());
+    s.counters["files_written"] = static_cast<double>(floor.files_written());
+    s.counters["dirs_listed"] = static_cast<double>(floor.dirs_listed());
+    s.counters["paths_checked"] = static_cast<double>(floor.paths_checked());
+    s.counters["KiB_read"] = static_cast<double>(floor.bytes_read()) / 1024.0;
+    s.counters["KiB_written"] = static_cast<double>(floor.bytes_written()) / 1024.0;
+}
+
+} // namespace
+
+// The one floor pass that strace cuts out (the same markers as measured_tick).
+extern "C" __attribute__((noinline)) bool measured_floor(io_floor* floor, std::string* error)
+{
+    strace_marker("/ruvo-bench-measured-begin");
+    const bool ok = floor->pass(*error);
+    strace_marker("/ruvo-bench-measured-end");
+    benchmark::ClobberMemory();
+    return ok;
+}
+
+// The I/O floor of a tick with C clients and full backups: the files one real tick read,
+// listed, took and wrote, with the bytes it wrote, replayed with no formatting or parsing
+// (io_floor.h). Before every pass, outside the timing, the kernel files and the deleted-ARP
+// answer are written again as before a tick.
+static void BM_IoFloor(benchmark::State& state)
+{
+    const int clients = static_cast<int>(state.range(0));
+    tick_router router(clients, true);
+    start_and_warm_up(router);
+    io_floor floor;
+    record_floor(router, floor);
+    std::string error;
+    refill_for_floor(router, TICK);
+    if (!floor.pass(error)) { // every replaced file now exists in the mirror, as in the tree
+        state.SkipWithError(error.c_str());
+        return;
+    }
+    cpu_split cpu;
+    for (auto _ : state) {
+        state.PauseTiming();
+        refill_for_floor(router, TICK);
+        cpu.begin();
+        state.ResumeTiming();
+        const bool ok = floor.pass(error);
+        state.PauseTiming();
+        cpu.end();
+        state.ResumeTiming();
+        if (!ok) {
+            state.SkipWithError(error.c_str());
+            break;
+        }
+    }
+    cpu.report(state, static_cast<long>(state.iterations()));
+    floor_counters(state, floor, clients);
+}
+BENCHMARK(BM_IoFloor)
+    ->ArgName("clients")
+    ->Arg(0)
+    ->Arg(1000)
+    ->Arg(16384)
+    ->Iterations(200)
+    ->Unit(benchmark::kMillisecond);
+
+// Exactly one floor pass (strace; RUVO_BENCH_FLOOR_LIST=1 prints the pass's operations to
+// standard error).
+static void BM_OneIoFloor(benchmark::State& state)
+{
+    const int clients = static_cast<int>(state.range(0));
+    tick_router router(clients, true);
+    start_and_warm_up(router);
+    io_floor floor;
+    record_floor(router, floor);
+    std::string error;
+    refill_for_floor(router, TICK);
+    bool ok = floor.pass(error);
+    refill_for_floor(router, TICK);
+    for (auto _ : state)
+        ok = ok && measured_floor(&floor, &error);
+    if (!ok)
+        state.SkipWithError(error.c_str());
+    floor_counters(state, floor, clients);
+    const char* list = getenv("RUVO_BENCH_FLOOR_LIST");
+    if (list && *list)
+        fputs(floor.describe().c_str(), stderr);
+}
+BENCHMARK(BM_OneIoFloor)->ArgName("clients")->Arg(0)->Arg(1000)->Arg(16384)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+// The tick and its floor side by side: every iteration is one tick at the 30 s pace (as
+// BM_Tick) and then one floor pass on the same tree, each timed on its own with the
+// process's CPU clock. Counters: the medians over the iterations of the tick's and the
+// floor's CPU time, their ratio, and the mean user and system time of each (getrusage).
+// The Time and CPU columns are the two together.
+static void BM_TickAndFloor(benchmark::State& state)
+{
+    const int clients = static_cast<int>(state.range(0));
+    tick_router router(clients, true);
+    start_and_warm_up(router);
+    io_floor floor;
+    record_floor(router, floor);
+    std::string error;
+    refill_for_floor(router, TICK);
+    if (!floor.pass(error)) {
+        state.SkipWithError(error.c_str());
+        return;
+    }
+    std::vector<double> tick_ms, floor_ms;
+    tick_ms.reserve(static_cast<size_t>(state.max_iterations));
+    floor_ms.reserve(static_cast<size_t>(state.max_iterations));
+    cpu_split tick_cpu, floor_cpu;
+    bool ok = true;
+    for (auto _ : state) {
+        state.PauseTiming();
+        router.prepare_tick(TICK);
+        ticks_since_backup = 0;
+        tick_cpu.begin();
+        state.ResumeTiming();
+        const double t0 = process_cpu_ms();
+        loop_pass(router.state);
+        const double t1 = process_cpu_ms();
+        state.PauseTiming();
+        tick_cpu.end();
+        refill_for_floor(router, 0);
+        floor_cpu.begin();
+        state.ResumeTiming();
+        const double t2 = process_cpu_ms();
+        ok = floor.pass(error);
+        const double t3 = process_cpu_ms();
+        state.PauseTiming();
+        floor_cpu.end();
+        state.ResumeTiming();
+        if (!ok) {
+            state.SkipWithError(error.c_str());
+            break;
+        }
+        tick_ms.push_back(t1 - t0);
+        floor_ms.push_back(t3 - t2);
+    }
+    const long n = static_cast<long>(tick_ms.size());
+    const double tick = median(tick_ms), floor_cpu_median = median(floor_ms);
+    state.counters["tick_cpu_ms"] = tick;
+    state.counters["floor_cpu_ms"] = floor_cpu_median;
+    state.counters["tick_over_floor"] = floor_cpu_median > 0 ? tick / floor_cpu_median : 0;
+    tick_cpu.report(state, n, "tick_");
+    floor_cpu.report(state, n, "floor_");
+    floor_counters(state, floor, clients);
+}
+BENCHMARK(BM_TickAndFloor)
+    ->ArgName("clients")
+    ->Arg(0)
+    ->Arg(16384)
+    ->Iterations(100)
     ->Unit(benchmark::kMillisecond);
