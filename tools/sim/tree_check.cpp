@@ -4,6 +4,7 @@
 
 #include "client_mac/mac_usage.h"
 #include "daemon/daemon.h"
+#include "history/period_line.h"
 
 #include <algorithm>
 #include <initializer_list>
@@ -521,6 +522,14 @@ void tree_checker::check_file(const check_moment& m, const file_rule& rule, bool
         ++observations_["billing backup emptied while a damaged configuration file had no start day for the link "
                         "(its running cycle is dropped until the file is whole again)"];
     }
+    // A sample time before 2009 (a damaged time stamp) leaves every line of the running
+    // periods unwritten, and the repair of a clock that went back removes every closed month.
+    if (before.lines > 0 && now.lines == 0 && !allowed && m.sample_before_2009 &&
+        rule.absolute.compare(0, 15, "/var/run/korel/") == 0) {
+        allowed = true;
+        ++observations_["history, export or total emptied in a pass whose sample time lay before 2009 (a damaged "
+                        "link counter file's time stamp; lines dated before 2009 are never written)"];
+    }
     if (before.lines > 0 && now.lines == 0 && !allowed)
         fail(m, rule.absolute + (now.exists ? ": emptied" : ": removed") + " (it had " + std::to_string(before.lines) +
                     " lines)");
@@ -845,8 +854,19 @@ void tree_checker::check_all(const check_moment& m, const daemon_state& state, b
     check_tables(m, state);
 }
 
-void tree_checker::after_pass(const check_moment& m, const daemon_state& state)
+void tree_checker::after_pass(const check_moment& given, const daemon_state& state)
 {
+    // The daemon's "now" is the time stamp of the kernel's link counters, not the clock: a
+    // damaged file can take it back, to 1970 even. To the daemon that is a clock that went
+    // back (the monthly history is repaired), and lines dated before 2009 are not written.
+    check_moment m = given;
+    if (state.wan_count > 0 && state.wan[0].sample_time < state.wan[0].prev_sample_time) {
+        if (!m.clock_back && !m.damaged_inputs.empty())
+            ++observations_["the daemon's sample time went back with a damaged link counter file's time stamp "
+                            "(its rules for a clock that went back applied)"];
+        m.clock_back = true;
+    }
+    m.sample_before_2009 = state.wan_count > 0 && state.wan[0].sample_time < EARLIEST_LINE_TIME;
     check_all(m, state, false);
     check_backup_copies(m);
     check_allowances(m, state);

@@ -11,7 +11,10 @@
 //     histories; start-up rewrites the live histories and the client and MAC directories;
 //     the client and MAC directories keep their newest files; a copy made while "/tmp" was
 //     full is left empty, and a backup copy of such an empty file is empty; a configuration
-//     without a link's start day drops the running line of its billing backup);
+//     without a link's start day drops the running line of its billing backup; the daemon
+//     takes the link counter file's time stamp as its "now", so a damaged time stamp that
+//     goes back counts as a clock that went back, and one before 2009 leaves the running
+//     lines unwritten);
 //   - no file or table grows past its limit: hourly history 23 lines, its CSV and the
 //     hourly total 24; daily 59, 60 and 60; monthly and billing histories 61, their CSVs
 //     and the monthly total 60; backups 32, 64, 62 and 62 lines; the client directories
@@ -54,6 +57,7 @@ struct check_moment {
     int tick = 0;                 // the tick just processed
     time_t clock = 0;             // the daemon's clock
     bool clock_back = false;      // the clock went back for this tick
+    bool sample_before_2009 = false; // the daemon's sample time lies before 2009 (set by the checker)
     bool tmp_full = false;        // "/tmp" was full during the pass or the start-up
     bool config_damaged = false;  // the configuration file was damaged for this pass
     std::string damaged_inputs;   // the input files damaged for this pass, or ""
