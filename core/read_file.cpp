@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -94,37 +95,25 @@ bool is_readable(const char* absolute_path)
 
 void copy_lines(std::string& out, FILE* in, int max_lines)
 {
-    // What fgets with a 256-byte buffer and fputs of each piece give, read in blocks: a
-    // piece ends after a '\n' or after 255 bytes, and only its bytes before a NUL byte
-    // are written.
+    // What fgets with a 256-byte buffer and fputs of each piece give, a whole line at a
+    // time: a piece ends after a '\n' or after 255 bytes, and only its bytes before a NUL
+    // byte are written. getline asks the file for more only while a line is unfinished, as
+    // fgets does, so a file is not read once more at its end when the lines asked for are
+    // all there.
     constexpr size_t PIECE_MAX = 255;
-    if (max_lines <= 0)
-        return;
-    char block[4096];
+    char* line = nullptr;
+    size_t capacity = 0;
     int copied = 0;
-    size_t piece = 0;  // bytes of the current piece so far
-    bool cut = false;  // the current piece held a NUL byte: the rest of it is not written
-    size_t n;
-    while ((n = fread(block, 1, sizeof block, in)) > 0) {
-        for (size_t i = 0; i < n;) {
-            const size_t span = std::min(PIECE_MAX - piece, n - i);
-            const char* newline = static_cast<const char*>(memchr(block + i, '\n', span));
-            const size_t take = newline ? static_cast<size_t>(newline - (block + i)) + 1 : span;
-            if (!cut) {
-                const char* nul = static_cast<const char*>(memchr(block + i, '\0', take));
-                out.append(block + i, nul ? static_cast<size_t>(nul - (block + i)) : take);
-                cut = nul != nullptr;
-            }
-            i += take;
-            piece += take;
-            if (newline || piece == PIECE_MAX) {
-                piece = 0;
-                cut = false;
-                if (++copied == max_lines)
-                    return;
-            }
+    ssize_t length;
+    while (copied < max_lines && (length = getline(&line, &capacity, in)) > 0) {
+        for (size_t at = 0; at < static_cast<size_t>(length) && copied < max_lines; ++copied) {
+            const size_t piece = std::min(PIECE_MAX, static_cast<size_t>(length) - at);
+            const char* nul = static_cast<const char*>(memchr(line + at, '\0', piece));
+            out.append(line + at, nul ? static_cast<size_t>(nul - (line + at)) : piece);
+            at += piece;
         }
     }
+    free(line);
 }
 
 void dir_closer::operator()(DIR* dir) const { closedir(dir); }

@@ -45,8 +45,8 @@ bool is_readable(const char* absolute_path);
 
 // Appends at most max_lines lines of in to out, as copying them with fgets through a
 // 256-byte buffer and fputs would (a longer line is copied in pieces, and each piece counts
-// as a line; a piece ends at a NUL byte it holds). The stream is read in blocks, so it is
-// left further on than after the last line copied: copy_lines is the last read of in.
+// as a line; a piece ends at a NUL byte it holds). Lines are read whole, so the stream may
+// be left further on than after the last piece copied: copy_lines is the last read of in.
 void copy_lines(std::string& out, FILE* in, int max_lines);
 
 struct dir_closer {
