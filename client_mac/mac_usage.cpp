@@ -1,5 +1,7 @@
 #include "client_mac/mac_usage.h"
 
+#include "client_mac/arp_line.h"
+#include "core/address_text.h"
 #include "core/read_file.h"
 #include "platform/platform.h"
 
@@ -84,18 +86,18 @@ int load_proc_net_arp(arp_table& table)
         return -1;
     char line[LINE_SIZE];
     while (fgets(line, sizeof line, f.get())) {
-        char ip[16], flags[20], mac[18], device[20];
-        if (sscanf(line, "%15[0-9.] %*[0-9A-Fa-fx] %19[0-9A-Fa-fx] %17[0-9A-Fa-f:] %*s %19s", ip, flags, mac,
-                   device) != 4)
+        arp_line fields;
+        if (!scan_arp_line(line, &fields))
             continue;
-        if (strncmp(device, "br", 2) != 0)
+        if (strncmp(fields.device, "br", 2) != 0)
             continue;
-        unsigned long state = strtoul(flags, nullptr, 16) & 0xffu;
+        const unsigned state = arp_flags_low_byte(fields.flags);
         if (state != 2 && state != 6)
             continue;
-        struct in_addr a;
-        uint32_t address = inet_aton(ip, &a) ? a.s_addr : 0;
-        if (!add_arp(table, address, parse_mac_text(mac)))
+        uint32_t address = 0;
+        if (!address_from_text(fields.ip, &address))
+            address = 0;
+        if (!add_arp(table, address, parse_mac_text(fields.mac)))
             break;
     }
     return 0;
@@ -156,6 +158,22 @@ bool wait_for_deleted_arp()
 
 uint64_t parse_mac_text(const char* text)
 {
+    // The common form, six pairs of hexadecimal digits with ':' between and no digit after,
+    // read here: strtoll reads each pair as the same number.
+    auto hex = [](char c) -> int {
+        return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+    };
+    bool common = true;
+    uint64_t pairs = 0;
+    for (int field = 0; common && field < 6; ++field) {
+        const char* pair = text + 3 * field;
+        const int high = hex(pair[0]);
+        const int low = high < 0 ? -1 : hex(pair[1]);
+        common = low >= 0 && (field == 5 ? hex(pair[2]) < 0 : pair[2] == ':');
+        pairs = (pairs << 8) | static_cast<uint64_t>(common ? high * 16 + low : 0);
+    }
+    if (common)
+        return pairs;
     uint64_t mac = 0;
     const char* p = text;
     for (int field = 0; field < 6; ++field) {

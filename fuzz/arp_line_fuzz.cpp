@@ -1,0 +1,51 @@
+// The ARP table's field scanner against the sscanf format it replaces, and the MAC text
+// reader against the six strtoll fields: the input as one line; any difference aborts.
+#include "fuzz_root.h"
+
+#include "client_mac/arp_line.h"
+#include "client_mac/mac_usage.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace {
+
+uint64_t mac_by_strtoll(const char* text)
+{
+    uint64_t mac = 0;
+    const char* p = text;
+    for (int field = 0; field < 6; ++field) {
+        char* end = nullptr;
+        const long long value = strtoll(p, &end, 16);
+        if (end == p)
+            return 0;
+        mac = (mac << 8) + static_cast<uint64_t>(value);
+        p = end;
+        if (field < 5 && *p != '\0')
+            ++p;
+    }
+    return mac;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    const std::string line = fuzz::as_text(data, size);
+    char ip[16], flags[20], mac[18], device[20];
+    const bool taken = sscanf(line.c_str(), "%15[0-9.] %*[0-9A-Fa-fx] %19[0-9A-Fa-fx] %17[0-9A-Fa-f:] %*s %19s", ip,
+                              flags, mac, device) == 4;
+    arp_line f;
+    if (scan_arp_line(line.c_str(), &f) != taken)
+        abort();
+    if (taken && (strcmp(ip, f.ip) != 0 || strcmp(flags, f.flags) != 0 || strcmp(mac, f.mac) != 0 ||
+                  strcmp(device, f.device) != 0))
+        abort();
+    if (taken && arp_flags_low_byte(f.flags) != static_cast<unsigned>(strtoull(f.flags, nullptr, 16) & 0xff))
+        abort();
+    if (parse_mac_text(line.c_str()) != mac_by_strtoll(line.c_str()))
+        abort();
+    return 0;
+}

@@ -1,0 +1,162 @@
+// The ARP table's lines are read field by field exactly as the sscanf format they replace
+// reads them, and the MAC texts as strtoll reads their six fields.
+#include "client_mac/arp_line.h"
+#include "client_mac/mac_usage.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+
+namespace {
+
+constexpr const char* FORMAT = "%15[0-9.] %*[0-9A-Fa-fx] %19[0-9A-Fa-fx] %17[0-9A-Fa-f:] %*s %19s";
+
+struct scanned {
+    bool taken = false;
+    std::string ip, flags, mac, device;
+};
+
+scanned by_sscanf(const char* line)
+{
+    char ip[16], flags[20], mac[18], device[20];
+    scanned s;
+    s.taken = sscanf(line, FORMAT, ip, flags, mac, device) == 4;
+    if (s.taken) {
+        s.ip = ip;
+        s.flags = flags;
+        s.mac = mac;
+        s.device = device;
+    }
+    return s;
+}
+
+scanned by_scanner(const char* line)
+{
+    arp_line f;
+    scanned s;
+    s.taken = scan_arp_line(line, &f);
+    if (s.taken) {
+        s.ip = f.ip;
+        s.flags = f.flags;
+        s.mac = f.mac;
+        s.device = f.device;
+    }
+    return s;
+}
+
+void expect_same(const std::string& line)
+{
+    const scanned a = by_sscanf(line.c_str());
+    const scanned b = by_scanner(line.c_str());
+    ASSERT_EQ(a.taken, b.taken) << '"' << line << '"';
+    ASSERT_EQ(a.ip, b.ip) << line;
+    ASSERT_EQ(a.flags, b.flags) << line;
+    ASSERT_EQ(a.mac, b.mac) << line;
+    ASSERT_EQ(a.device, b.device) << line;
+}
+
+// The MAC text as the six strtoll fields read it, the way it was always read.
+uint64_t mac_by_strtoll(const char* text)
+{
+    uint64_t mac = 0;
+    const char* p = text;
+    for (int field = 0; field < 6; ++field) {
+        char* end = nullptr;
+        const long long value = strtoll(p, &end, 16);
+        if (end == p)
+            return 0;
+        mac = (mac << 8) + static_cast<uint64_t>(value);
+        p = end;
+        if (field < 5 && *p != '\0')
+            ++p;
+    }
+    return mac;
+}
+
+} // namespace
+
+TEST(ArpLine, ACompleteLinuxLine_GivesItsFourFields)
+{
+    arp_line f;
+    ASSERT_TRUE(scan_arp_line("192.168.1.20     0x1         0x2         02:00:c0:a8:01:14     *        br0\n", &f));
+    EXPECT_STREQ(f.ip, "192.168.1.20");
+    EXPECT_STREQ(f.flags, "0x2");
+    EXPECT_STREQ(f.mac, "02:00:c0:a8:01:14");
+    EXPECT_STREQ(f.device, "br0");
+}
+
+TEST(ArpLine, TheHeaderAndShortLinesAreNotTaken)
+{
+    arp_line f;
+    EXPECT_FALSE(scan_arp_line("IP address       HW type     Flags       HW address            Mask     Device\n", &f));
+    EXPECT_FALSE(scan_arp_line("192.168.1.20     0x1         0x2         02:00:c0:a8:01:14     *\n", &f));
+    EXPECT_FALSE(scan_arp_line("192.168.1.20", &f));
+    EXPECT_FALSE(scan_arp_line("", &f));
+}
+
+TEST(ArpLine, OverlongFieldsAreCutAndTheirRestReadNext)
+{
+    // 16 digits: the address takes 15, the 16th is read as the hardware type.
+    expect_same("1234567890123456 0x2 02:00:00:00:00:01 * br0\n");
+    expect_same("1.2.3.4 0x1 0x12345678901234567890 02:00:00:00:00:01 * br0\n");
+    expect_same("1.2.3.4 0x1 0x2 02:00:00:00:00:01:02:03 * br0\n");
+    expect_same("1.2.3.4 0x1 0x2 02:00:00:00:00:01 * br0123456789012345678901234\n");
+    expect_same("1.2.3.4\t0x1\v0x2\f02:00:00:00:00:01\r*\tbr0");
+}
+
+TEST(ArpLine, SameAsSscanfForGeneratedLines)
+{
+    std::mt19937 random(2026);
+    const std::string real_lines[] = {
+        "192.168.1.20     0x1         0x2         02:00:c0:a8:01:14     *        br0\n",
+        "10.1.0.7         0x1         0x6         02:00:0a:01:00:07     *        br-lan\n",
+        "172.16.0.1       0x1         0x0         00:00:00:00:00:00     *        eth0\n",
+    };
+    const char alphabet[] = "0123456789.:abcdefABCDEFxX \t\n\v\f\r*-brlan";
+    for (int i = 0; i < 300000; ++i) {
+        std::string line = real_lines[random() % 3];
+        const int edits = static_cast<int>(random() % 6);
+        for (int k = 0; k < edits && !line.empty(); ++k) {
+            const size_t at = random() % line.size();
+            switch (random() % 4) {
+            case 0: line.erase(at, 1 + random() % 8); break;
+            case 1: line.insert(at, 1, alphabet[random() % (sizeof alphabet - 1)]); break;
+            case 2: line[at] = alphabet[random() % (sizeof alphabet - 1)]; break;
+            default: line.insert(at, std::string(1 + random() % 24, alphabet[random() % (sizeof alphabet - 1)])); break;
+            }
+        }
+        expect_same(line);
+        if (HasFatalFailure())
+            return;
+    }
+}
+
+TEST(ArpLine, FlagsLowByteAsStrtoull)
+{
+    const char* const texts[] = {"0x2",  "0x6", "2", "0x", "x2", "0x102", "ff", "0x12345678902",
+                                 "0x1234567890123456", "0x12345678901234567", "0xx2", "", "00000000000000000006"};
+    for (const char* text : texts)
+        EXPECT_EQ(arp_flags_low_byte(text), static_cast<unsigned>(strtoull(text, nullptr, 16) & 0xff)) << text;
+}
+
+TEST(ArpLine, MacTextAsItsSixStrtollFields)
+{
+    const char* const texts[] = {"02:00:c0:a8:01:14", "FF:ff:00:11:22:33", "2:0:c0:a8:1:14", "02:00:c0:a8:01:140",
+                                 "02:00:c0:a8:01",    "",                  "0x:00:00:00:00:01", "02-00-c0-a8-01-14",
+                                 "02:00:c0:a8:01:1g", "aa:bb:cc:dd:ee:ff:00"};
+    for (const char* text : texts)
+        EXPECT_EQ(parse_mac_text(text), mac_by_strtoll(text)) << text;
+    std::mt19937 random(5);
+    const char alphabet[] = "0123456789abcdefABCDEF::x- ";
+    for (int i = 0; i < 200000; ++i) {
+        std::string text;
+        const int length = 12 + static_cast<int>(random() % 8);
+        for (int k = 0; k < length; ++k)
+            text.push_back(k % 3 == 2 && random() % 4 != 0 ? ':' : alphabet[random() % (sizeof alphabet - 1)]);
+        ASSERT_EQ(parse_mac_text(text.c_str()), mac_by_strtoll(text.c_str())) << text;
+    }
+}
