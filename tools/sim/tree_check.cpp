@@ -613,7 +613,10 @@ void tree_checker::check_closed_periods(const check_moment& m, const std::string
     if (before.empty())
         return;
     const bool monthly = absolute.back() == 'y';
-    const std::string month_of_now = period_name(m.clock, false).substr(0, 7);
+    // The month of the daemon's "now": its sample time when that went back further than the
+    // clock (a damaged time stamp).
+    const std::string month_of_now =
+        period_name(m.repair_clock != 0 ? std::min(m.clock, m.repair_clock) : m.clock, false).substr(0, 7);
     const std::string oldest = now.empty() ? std::string() : *std::min_element(now.begin(), now.end());
     for (const std::string& period : before) {
         if (std::find(now.begin(), now.end(), period) != now.end())
@@ -860,13 +863,27 @@ void tree_checker::after_pass(const check_moment& given, const daemon_state& sta
     // damaged file can take it back, to 1970 even. To the daemon that is a clock that went
     // back (the monthly history is repaired), and lines dated before 2009 are not written.
     check_moment m = given;
-    if (state.wan_count > 0 && state.wan[0].sample_time < state.wan[0].prev_sample_time) {
+    bool went_back = false;
+    time_t earliest = m.clock;
+    auto look_at = [&](const wan_usage& r) {
+        if (r.sample_time < r.prev_sample_time) {
+            went_back = true;
+            earliest = std::min(earliest, r.sample_time);
+        }
+        if (r.sample_time > 0 && r.sample_time < EARLIEST_LINE_TIME)
+            m.sample_before_2009 = true;
+    };
+    for (int i = 0; i < state.wan_count; ++i)
+        look_at(state.wan[i]);
+    for (int i = 0; i < state.sim_count; ++i)
+        look_at(state.sim[i]);
+    if (went_back) {
         if (!m.clock_back && !m.damaged_inputs.empty())
             ++observations_["the daemon's sample time went back with a damaged link counter file's time stamp "
                             "(its rules for a clock that went back applied)"];
         m.clock_back = true;
+        m.repair_clock = earliest;
     }
-    m.sample_before_2009 = state.wan_count > 0 && state.wan[0].sample_time < EARLIEST_LINE_TIME;
     check_all(m, state, false);
     check_backup_copies(m);
     check_allowances(m, state);

@@ -57,7 +57,8 @@ struct check_moment {
     int tick = 0;                 // the tick just processed
     time_t clock = 0;             // the daemon's clock
     bool clock_back = false;      // the clock went back for this tick
-    bool sample_before_2009 = false; // the daemon's sample time lies before 2009 (set by the checker)
+    bool sample_before_2009 = false; // a record's sample time lies before 2009 (set by the checker)
+    time_t repair_clock = 0;      // the earliest sample time that went back, or 0 (set by the checker)
     bool tmp_full = false;        // "/tmp" was full during the pass or the start-up
     bool config_damaged = false;  // the configuration file was damaged for this pass
     std::string damaged_inputs;   // the input files damaged for this pass, or ""
