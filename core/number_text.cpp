@@ -1,7 +1,7 @@
 #include "core/number_text.h"
 
 #include <cctype>
-#include <charconv>
+#include <cstring>
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
@@ -30,14 +30,83 @@ bool parse_two_counts(const char* text, uint64_t* first, uint64_t* second)
     return p && *p == ',' && parse_count(p + 1, second);
 }
 
+namespace {
+
+// "00" to "99": two digits per division.
+constexpr char DIGIT_PAIRS[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                               "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                               "8081828384858687888990919293949596979899";
+
+// The number of decimal digits of a value below 2^32.
+int digit_count(uint32_t v)
+{
+    int digits = 1;
+    for (;;) {
+        if (v < 10)
+            return digits;
+        if (v < 100)
+            return digits + 1;
+        if (v < 1000)
+            return digits + 2;
+        if (v < 10000)
+            return digits + 3;
+        v /= 10000;
+        digits += 4;
+    }
+}
+
+// Writes the digits of a value below 2^32 so that they end at end.
+void write_digits_before(char* end, uint32_t v)
+{
+    while (v >= 100) {
+        const unsigned pair = v % 100;
+        v /= 100;
+        end -= 2;
+        memcpy(end, DIGIT_PAIRS + 2 * pair, 2);
+    }
+    if (v >= 10) {
+        end -= 2;
+        memcpy(end, DIGIT_PAIRS + 2 * v, 2);
+    } else {
+        *--end = static_cast<char>('0' + v);
+    }
+}
+
+} // namespace
+
 char* write_unsigned(char* out, uint64_t value)
 {
-    return std::to_chars(out, out + UNSIGNED_DIGITS_MAX, value).ptr;
+    // Below 2^32 with 32-bit divisions only, which a 32-bit router's CPU does in hardware
+    // (a 64-bit division is a library call there); the daemon's counts in KiB stay below
+    // 2^32 for the first 4 TiB. Larger values first write their low nine digits.
+    if (value <= UINT32_MAX) {
+        char* const end = out + digit_count(static_cast<uint32_t>(value));
+        write_digits_before(end, static_cast<uint32_t>(value));
+        return end;
+    }
+    constexpr uint64_t BILLION = 1000000000;
+    const uint64_t high = value / BILLION;
+    const uint32_t low = static_cast<uint32_t>(value % BILLION);
+    char* const end = write_unsigned(out, high) + 9;
+    // The low part with its leading zeros: nine digits exactly.
+    char* p = end;
+    uint32_t v = low;
+    for (int i = 0; i < 4; ++i) {
+        p -= 2;
+        memcpy(p, DIGIT_PAIRS + 2 * (v % 100), 2);
+        v /= 100;
+    }
+    *--p = static_cast<char>('0' + v);
+    return end;
 }
 
 char* write_signed(char* out, int64_t value)
 {
-    return std::to_chars(out, out + SIGNED_DIGITS_MAX, value).ptr;
+    if (value >= 0)
+        return write_unsigned(out, static_cast<uint64_t>(value));
+    *out++ = '-';
+    // The magnitude in unsigned arithmetic, so that the most negative value has one too.
+    return write_unsigned(out, 0 - static_cast<uint64_t>(value));
 }
 
 void append_unsigned(std::string& text, uint64_t value)
@@ -66,6 +135,9 @@ int64_t read_decimal_as_strtoll(const char* text, const char** end, bool* out_of
     constexpr uint64_t LIMIT = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
     const char* p = text;
     uint64_t v = 0;
+    // Up to 18 digits cannot pass the limit (19 digits can): they are read without a check.
+    for (int digits = 0; digits < 18 && static_cast<unsigned>(*p - '0') <= 9; ++digits, ++p)
+        v = v * 10 + static_cast<unsigned>(*p - '0');
     for (; static_cast<unsigned>(*p - '0') <= 9; ++p) {
         const unsigned digit = static_cast<unsigned>(*p - '0');
         if (v > (LIMIT - digit) / 10) {

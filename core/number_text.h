@@ -1,7 +1,7 @@
 // Reading and writing the decimal numbers of the daemon's input, history and CSV files.
-// The writers are the daemon's hot path at thousands of clients: they format with
-// std::to_chars straight into the file's content, which gives exactly the digits of
-// printf's "%llu" and "%lld" without parsing a format string for every number.
+// The writers are the daemon's hot path at thousands of clients: they format two digits at
+// a time straight into the file's content, which gives exactly the digits of printf's
+// "%llu" and "%lld" without parsing a format string for every number.
 #pragma once
 
 #include <cstdint>

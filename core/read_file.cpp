@@ -116,6 +116,76 @@ void copy_lines(std::string& out, FILE* in, int max_lines)
     free(line);
 }
 
+void copy_lines(std::string& out, const std::string& in, int max_lines)
+{
+    // As above: lines through their '\n' (the last one may have none), each copied in
+    // pieces of at most 255 bytes, each piece up to a NUL byte it holds.
+    constexpr size_t PIECE_MAX = 255;
+    const char* at = in.data();
+    const char* const end = at + in.size();
+    int copied = 0;
+    while (copied < max_lines && at < end) {
+        const char* newline = static_cast<const char*>(memchr(at, '\n', static_cast<size_t>(end - at)));
+        const char* const line_end = newline ? newline + 1 : end;
+        for (; at < line_end && copied < max_lines; ++copied) {
+            const size_t piece = std::min(PIECE_MAX, static_cast<size_t>(line_end - at));
+            const char* nul = static_cast<const char*>(memchr(at, '\0', piece));
+            out.append(at, nul ? static_cast<size_t>(nul - at) : piece);
+            at += piece;
+        }
+        at = line_end;
+    }
+}
+
+bool line_reader::refill()
+{
+    begin_ = end_ = 0;
+    if (ended_)
+        return false;
+    end_ = fread(block_, 1, sizeof block_, in_);
+    if (end_ < sizeof block_) {
+        if (ferror(in_) && errno == EAGAIN) {
+            // No data yet from a writer that is still there: this piece ends here, and the
+            // next call asks again, as fgets does.
+            clearerr(in_);
+        } else {
+            failed_ = ferror(in_) != 0;
+            ended_ = true;
+        }
+    }
+    return end_ > 0;
+}
+
+bool line_reader::next(char* line, size_t size)
+{
+    if (size < 2)
+        return false;
+    const size_t room = size - 1;
+    size_t count = 0;
+    while (count < room) {
+        if (begin_ == end_ && !refill()) {
+            // fgets drops the piece whose read failed; the lines before it were given.
+            if (failed_)
+                return false;
+            break;
+        }
+        const size_t wanted = std::min(end_ - begin_, room - count);
+        const char* from = block_ + begin_;
+        const char* newline = static_cast<const char*>(memchr(from, '\n', wanted));
+        const size_t taken = newline ? static_cast<size_t>(newline - from) + 1 : wanted;
+        memcpy(line + count, from, taken);
+        count += taken;
+        begin_ += taken;
+        if (newline)
+            break;
+    }
+    // fgets gives nothing when it read nothing.
+    if (count == 0)
+        return false;
+    line[count] = '\0';
+    return true;
+}
+
 void dir_closer::operator()(DIR* dir) const { closedir(dir); }
 
 dir_ptr open_directory(const char* absolute_path)

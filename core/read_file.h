@@ -48,6 +48,38 @@ bool is_readable(const char* absolute_path);
 // as a line; a piece ends at a NUL byte it holds). Lines are read whole, so the stream may
 // be left further on than after the last piece copied: copy_lines is the last read of in.
 void copy_lines(std::string& out, FILE* in, int max_lines);
+// The same for a file's content held in memory.
+void copy_lines(std::string& out, const std::string& in, int max_lines);
+
+// Reads a stream's lines as fgets(line, size, in) reads them, a block at a time: each call
+// gives the next piece of at most size - 1 bytes, ending after a '\n' or where the room
+// or the file ends, NUL-terminated (a NUL byte in the file is copied like any other, so
+// the C string ends there, as with fgets). It returns false at the end of the file, and,
+// as fgets, when a read fails (other than with EAGAIN) with a piece half gathered: the
+// pieces before it are given, and nothing after it is read. A read that fails with EAGAIN
+// (a FIFO with a writer but no data) ends the piece, and the next call reads again. The hot
+// readers use it instead of fgets, which takes several times the instructions per line.
+// The reader owns the bytes it has read ahead: once it is used, the stream is read only
+// through it. size must be at least 2.
+class line_reader {
+public:
+    explicit line_reader(FILE* in) : in_(in) {}
+    line_reader(const line_reader&) = delete;
+    line_reader& operator=(const line_reader&) = delete;
+
+    bool next(char* line, size_t size);
+
+private:
+    // Reads the next block; false when nothing more could be read.
+    bool refill();
+
+    FILE* in_;
+    size_t begin_ = 0;
+    size_t end_ = 0;
+    bool ended_ = false;  // end of file seen: nothing more is read
+    bool failed_ = false; // a read failed other than with EAGAIN
+    char block_[8192];
+};
 
 struct dir_closer {
     void operator()(DIR* dir) const;

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <limits>
 #include <random>
+#include <vector>
 #include <string>
 
 namespace {
@@ -132,6 +133,37 @@ TEST(NumberText, ReadDecimalAsStrtoll_SameValueEndAndRangeError)
         EXPECT_EQ(v, expected) << text;
         EXPECT_EQ(end, stop) << text;
         EXPECT_EQ(out_of_range, errno == ERANGE) << text;
+    }
+}
+
+TEST(NumberText, ReadDecimalAsStrtoll_AroundTheLimitAndWithLeadingZeros)
+{
+    // The first 18 digits are read without a range check; from the 19th on every digit is
+    // checked. Every length around that point, and zeros in front that push it further.
+    std::vector<std::string> texts = {"999999999999999999",    "1000000000000000000",
+                                      "9223372036854775806",   "9223372036854775807",
+                                      "9223372036854775808",   "9999999999999999999",
+                                      "10000000000000000000",  "0000000000000000000009223372036854775807",
+                                      "0000000000000000000009223372036854775808,1"};
+    std::mt19937_64 random(20261125);
+    for (int i = 0; i < 20000; ++i) {
+        std::string text(random() % 4, '0');
+        const int digits = 1 + static_cast<int>(random() % 22);
+        for (int d = 0; d < digits; ++d)
+            text.push_back(static_cast<char>('0' + random() % 10));
+        text += "/7";
+        texts.push_back(text);
+    }
+    for (const std::string& text : texts) {
+        const char* end = nullptr;
+        bool out_of_range = false;
+        const int64_t v = read_decimal_as_strtoll(text.c_str(), &end, &out_of_range);
+        char* stop = nullptr;
+        errno = 0;
+        const long long expected = strtoll(text.c_str(), &stop, 10);
+        ASSERT_EQ(v, expected) << text;
+        ASSERT_EQ(end, stop) << text;
+        ASSERT_EQ(out_of_range, errno == ERANGE) << text;
     }
 }
 

@@ -4,9 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -77,5 +82,151 @@ TEST(CopyLines, SameAsFgetsAndFputsForRandomContent)
         const int max_lines = static_cast<int>(random() % 80);
         ASSERT_EQ(copied_by_copy_lines(content, max_lines), copied_by_fgets(content, max_lines))
             << "round " << round << ", " << max_lines << " lines";
+        std::string from_text;
+        copy_lines(from_text, content, max_lines);
+        ASSERT_EQ(from_text, copied_by_fgets(content, max_lines)) << "round " << round << ", from the text";
     }
+}
+
+namespace {
+
+// A stream over content whose reads hand out at most chunk bytes each and, once failing_at
+// bytes have been read, fail with error (0: never).
+struct scripted_source {
+    std::string content;
+    size_t chunk;
+    size_t failing_at;
+    int error;
+    size_t at = 0;
+};
+
+ssize_t scripted_read(void* cookie, char* buffer, size_t size)
+{
+    scripted_source& s = *static_cast<scripted_source*>(cookie);
+    if (s.error != 0 && s.at >= s.failing_at) {
+        errno = s.error;
+        return -1;
+    }
+    size_t n = std::min({size, s.chunk, s.content.size() - s.at});
+    if (s.error != 0)
+        n = std::min(n, s.failing_at - s.at);
+    memcpy(buffer, s.content.data() + s.at, n);
+    s.at += n;
+    return static_cast<ssize_t>(n);
+}
+
+FILE* scripted_stream(scripted_source& source)
+{
+    cookie_io_functions_t functions = {};
+    functions.read = scripted_read;
+    return fopencookie(&source, "r", functions);
+}
+
+// Every piece a reader gives, as the whole line buffer after the call (filled with 0x5a
+// before it), so that the bytes after a NUL byte and the terminator's place compare too.
+template <typename Next>
+std::vector<std::string> pieces(Next next, size_t size)
+{
+    std::vector<std::string> out;
+    std::string buffer(size, '\x5a');
+    while (next(&buffer[0], size)) {
+        out.push_back(buffer);
+        buffer.assign(size, '\x5a');
+        if (out.size() > 100000)
+            break;
+    }
+    return out;
+}
+
+std::vector<std::string> pieces_by_fgets(scripted_source source, size_t size)
+{
+    FILE* in = scripted_stream(source);
+    auto out = pieces([in](char* line, size_t n) { return fgets(line, static_cast<int>(n), in) != nullptr; }, size);
+    fclose(in);
+    return out;
+}
+
+std::vector<std::string> pieces_by_line_reader(scripted_source source, size_t size)
+{
+    FILE* in = scripted_stream(source);
+    auto reader = std::make_unique<line_reader>(in);
+    auto out = pieces([&reader](char* line, size_t n) { return reader->next(line, n); }, size);
+    fclose(in);
+    return out;
+}
+
+std::string random_content(std::mt19937& random, size_t length)
+{
+    // Mostly short lines, some long ones, NUL bytes and lines without an end.
+    static const char alphabet[] = "0123456789.:/, abcdef\n\n\n";
+    std::string content;
+    while (content.size() < length) {
+        const unsigned pick = random() % 100;
+        if (pick < 2)
+            content.push_back('\0');
+        else if (pick < 4)
+            content.append(300 + random() % 3000, 'x');
+        else
+            content.push_back(alphabet[random() % (sizeof alphabet - 1)]);
+    }
+    return content;
+}
+
+} // namespace
+
+TEST(LineReader, SameLinesAsFgetsForRandomContentAndEveryBufferSize)
+{
+    std::mt19937 random(20261124);
+    for (int round = 0; round < 40; ++round) {
+        // Up to several blocks of the reader, read by the stream in chunks of any size.
+        scripted_source source{random_content(random, 1 + random() % 40000), 1 + random() % 20000, 0, 0};
+        for (size_t size : {2u, 3u, 17u, 256u, 1024u}) {
+            ASSERT_EQ(pieces_by_line_reader(source, size), pieces_by_fgets(source, size))
+                << "round " << round << ", size " << size;
+        }
+    }
+}
+
+TEST(LineReader, LinesOfClientCountersAsFgets)
+{
+    std::string content = "timestamp:1700000000\n";
+    for (int i = 0; i < 5000; ++i)
+        content += "10.1." + std::to_string(i / 250) + "." + std::to_string(i % 250) + ":" +
+                   std::to_string(1000003LL * i) + "/" + std::to_string(7LL * i) + "\n";
+    scripted_source source{content, 4096, 0, 0};
+    const auto lines = pieces_by_line_reader(source, 256);
+    ASSERT_EQ(lines.size(), 5001u);
+    EXPECT_EQ(std::string(lines[2].c_str()), "10.1.0.1:1000003/7\n");
+    EXPECT_EQ(lines, pieces_by_fgets(source, 256));
+}
+
+TEST(LineReader, AFailedReadDropsThePieceItCutsAsFgets)
+{
+    // The read fails in the middle of the third line: the first two are given, the third
+    // is not, and nothing after it.
+    scripted_source source{"first\nsecond\nthird line\nfourth\n", 64, 17, EIO};
+    const auto lines = pieces_by_line_reader(source, 256);
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_STREQ(lines[0].c_str(), "first\n");
+    EXPECT_STREQ(lines[1].c_str(), "second\n");
+    EXPECT_EQ(lines, pieces_by_fgets(source, 256));
+    // A failure right at the end of a line loses nothing before it.
+    scripted_source at_line_end{"first\nsecond\n", 64, 13, EIO};
+    EXPECT_EQ(pieces_by_line_reader(at_line_end, 256).size(), 2u);
+}
+
+TEST(LineReader, EmptyFileGivesNothing)
+{
+    scripted_source source{"", 64, 0, 0};
+    EXPECT_TRUE(pieces_by_line_reader(source, 256).empty());
+}
+
+TEST(LineReader, ABufferTooSmallForAnyTextGivesNothing)
+{
+    scripted_source source{"abc\n", 64, 0, 0};
+    FILE* in = scripted_stream(source);
+    line_reader reader(in);
+    char line[1];
+    EXPECT_FALSE(reader.next(line, sizeof line));
+    fclose(in);
 }
