@@ -5,62 +5,111 @@
 
 namespace {
 
-// isspace in the C locale, as scanf's white-space directive and %s use it.
-bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 bool is_hex(char c) { return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
-// The sets of the conversions.
-bool in_address_set(char c) { return is_digit(c) || c == '.'; }
-bool in_flags_set(char c) { return is_hex(c) || c == 'x'; }
-bool in_mac_set(char c) { return is_hex(c) || c == ':'; }
-bool not_space(char c) { return c != '\0' && !is_space(c); }
+// The character classes of the format, one bit each in a table of the 256 byte values:
+// a line is ~80 bytes, mostly the blanks that pad the columns, so the scan costs a table
+// look-up per byte.
+enum : unsigned char {
+    SPACE = 1,     // isspace in the C locale, as scanf's white-space directive and %s use it
+    ADDRESS = 2,   // [0-9.]
+    FLAGS = 4,     // [0-9A-Fa-fx]
+    MAC = 8,       // [0-9A-Fa-f:]
+    NOT_SPACE = 16 // %s: anything but white space and the end of the text
+};
 
-const char* skip_spaces(const char* p)
+struct char_classes {
+    unsigned char of[256];
+};
+
+constexpr char_classes make_char_classes()
 {
-    while (is_space(*p))
+    char_classes t{};
+    for (int i = 0; i < 256; ++i) {
+        const char c = static_cast<char>(i);
+        const bool space = c == ' ' || (c >= '\t' && c <= '\r');
+        const bool digit = c >= '0' && c <= '9';
+        const bool hex = digit || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+        unsigned bits = 0;
+        if (space)
+            bits |= SPACE;
+        if (digit || c == '.')
+            bits |= ADDRESS;
+        if (hex || c == 'x')
+            bits |= FLAGS;
+        if (hex || c == ':')
+            bits |= MAC;
+        if (!space && i != 0)
+            bits |= NOT_SPACE;
+        t.of[i] = static_cast<unsigned char>(bits);
+    }
+    return t;
+}
+
+constexpr char_classes CLASSES = make_char_classes();
+
+inline bool in_class(char c, unsigned cls) { return (CLASSES.of[static_cast<unsigned char>(c)] & cls) != 0; }
+
+// White space: the runs of ' ' that pad the columns four bytes a step, then any white
+// space one by one. Each byte is looked at only after the one before it was found to be a
+// blank, so nothing past the end of the text is read.
+inline const char* skip_spaces(const char* p)
+{
+    while (p[0] == ' ' && p[1] == ' ' && p[2] == ' ' && p[3] == ' ')
+        p += 4;
+    while (in_class(*p, SPACE))
         ++p;
     return p;
 }
 
-// A conversion of at most width characters of the set (no limit when width is 0) into out
-// (null: not stored). Returns the text after it, or null when no character matched.
-template <typename Set>
-const char* take(const char* p, Set in_set, size_t width, char* out)
+// A conversion of at most Width characters of the class into out, NUL-terminated. Returns
+// the text after it, or null when no character matched.
+template <unsigned Class, size_t Width>
+inline const char* take(const char* p, char* out)
 {
     size_t n = 0;
-    while ((width == 0 || n < width) && p[n] != '\0' && in_set(p[n])) {
-        if (out)
-            out[n] = p[n];
+    while (n < Width && in_class(p[n], Class)) {
+        out[n] = p[n];
         ++n;
     }
     if (n == 0)
         return nullptr;
-    if (out)
-        out[n] = '\0';
+    out[n] = '\0';
     return p + n;
+}
+
+// A conversion without width that is not stored (%*[...], %*s): passes the characters of
+// the class. Returns the text after them, or null when there was none.
+template <unsigned Class>
+inline const char* pass(const char* p)
+{
+    const char* start = p;
+    while (in_class(*p, Class))
+        ++p;
+    return p == start ? nullptr : p;
 }
 
 } // namespace
 
 bool scan_arp_line(const char* line, arp_line* f)
 {
-    const char* p = take(line, in_address_set, sizeof f->ip - 1, f->ip);
+    const char* p = take<ADDRESS, sizeof(arp_line::ip) - 1>(line, f->ip);
     if (!p)
         return false;
-    p = take(skip_spaces(p), in_flags_set, 0, nullptr); // the hardware type
+    p = pass<FLAGS>(skip_spaces(p)); // the hardware type
     if (!p)
         return false;
-    p = take(skip_spaces(p), in_flags_set, sizeof f->flags - 1, f->flags);
+    p = take<FLAGS, sizeof(arp_line::flags) - 1>(skip_spaces(p), f->flags);
     if (!p)
         return false;
-    p = take(skip_spaces(p), in_mac_set, sizeof f->mac - 1, f->mac);
+    p = take<MAC, sizeof(arp_line::mac) - 1>(skip_spaces(p), f->mac);
     if (!p)
         return false;
-    p = take(skip_spaces(p), not_space, 0, nullptr); // the mask
+    p = pass<NOT_SPACE>(skip_spaces(p)); // the mask
     if (!p)
         return false;
-    return take(skip_spaces(p), not_space, sizeof f->device - 1, f->device) != nullptr;
+    return take<NOT_SPACE, sizeof(arp_line::device) - 1>(skip_spaces(p), f->device) != nullptr;
 }
 
 unsigned arp_flags_low_byte(const char* text)

@@ -9,6 +9,7 @@
 #include "core/read_file.h"
 #include "platform/platform.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstdlib>
@@ -21,7 +22,6 @@ constexpr const char* LIVE_DIR = "/var/run/korel/client_usage_mac_hourly";
 constexpr const char* TEMPORARY = "/var/run/korel/client_usage_mac_hourly/hour.tmp";
 constexpr int FILES_KEPT = 3;
 constexpr int LINES_MAX = 8192;
-constexpr int ARRAY_STEP = 100;
 constexpr int LINE_SIZE = 1024;
 
 // "%Y-%m-%d-%H" of the hour's local time; empty when the time cannot be converted, and
@@ -37,42 +37,71 @@ std::string mac_hour_name(time_t hour)
 
 uint64_t total(const mac_usage_entry& e) { return e.first + e.second; }
 
-// Appends the six bytes of a MAC (the low 48 bits, first byte highest) as
-// "%02X:%02X:%02X:%02X:%02X:%02X" prints them.
-void append_mac_text(std::string& text, uint64_t mac)
+// Writes the six bytes of a MAC (the low 48 bits, first byte highest) as
+// "%02X:%02X:%02X:%02X:%02X:%02X" prints them; returns the end.
+char* write_mac_text(char* out, uint64_t mac)
 {
     static const char HEX[] = "0123456789ABCDEF";
-    char digits[17];
     for (int i = 0; i < 6; ++i) {
         const unsigned byte = static_cast<unsigned>((mac >> (40 - 8 * i)) & 0xff);
-        digits[3 * i] = HEX[byte >> 4];
-        digits[3 * i + 1] = HEX[byte & 0xf];
+        *out++ = HEX[byte >> 4];
+        *out++ = HEX[byte & 0xf];
         if (i < 5)
-            digits[3 * i + 2] = ':';
+            *out++ = ':';
     }
-    text.append(digits, sizeof digits);
+    return out;
 }
 
-// Appends an IPv4 address held in network byte order as inet_ntoa prints it: its four
-// bytes in memory order, in decimal, with dots between.
-void append_address_text(std::string& text, uint32_t address)
+// Writes an IPv4 address held in network byte order as inet_ntoa prints it: its four
+// bytes in memory order, in decimal, with dots between; returns the end.
+char* write_address_text(char* out, uint32_t address)
 {
     unsigned char bytes[4];
     memcpy(bytes, &address, sizeof bytes);
     for (int i = 0; i < 4; ++i) {
         if (i > 0)
-            text.push_back('.');
-        append_unsigned(text, bytes[i]);
+            *out++ = '.';
+        out = write_unsigned(out, bytes[i]);
     }
+    return out;
 }
 
-// Larger totals first.
-int compare_mac_usage(const void* a, const void* b)
+// The longest line: a MAC (17 characters, more than '*' and an address), a type name, two
+// counts, three commas and the newline.
+constexpr size_t LINE_MAX_TEXT = 17 + CLIENT_TYPE_NAME_MAX + 2 * UNSIGNED_DIGITS_MAX + 3 + 1;
+
+// Writes an entry's line: "%s,%s,%llu,%llu\n": the MAC as "%02X:%02X:%02X:%02X:%02X:%02X",
+// or "*" and the dotted address (as inet_ntoa gives it) for an address without a MAC; the
+// source type; the two counts in KiB. Returns the end.
+char* write_entry_line(char* out, const mac_usage_entry& e)
 {
-    uint64_t ta = total(*static_cast<const mac_usage_entry*>(a));
-    uint64_t tb = total(*static_cast<const mac_usage_entry*>(b));
-    return ta < tb ? 1 : ta > tb ? -1 : 0;
+    if (e.mac != 0)
+        out = write_mac_text(out, e.mac);
+    else {
+        *out++ = '*';
+        out = write_address_text(out, e.address);
+    }
+    *out++ = ',';
+    if (static_cast<uint32_t>(e.type) < CLIENT_TYPES) {
+        memcpy(out, client_usage_type_name[e.type], client_usage_type_name_length[e.type]);
+        out += client_usage_type_name_length[e.type];
+    } else {
+        memcpy(out, "unkn", 4);
+        out += 4;
+    }
+    *out++ = ',';
+    out = write_unsigned(out, e.first >> 10);
+    *out++ = ',';
+    out = write_unsigned(out, e.second >> 10);
+    *out++ = '\n';
+    return out;
 }
+
+// An entry to be written and its total, the sort key.
+struct save_key {
+    uint64_t total;
+    const mac_usage_entry* entry;
+};
 
 int type_index(const char* name)
 {
@@ -86,51 +115,39 @@ int type_index(const char* name)
 
 void ruvo_client_mac_usage_save()
 {
-    mac_usage_entry* entries = nullptr;
-    int count = 0;
-    int capacity = 0;
+    // One array for all entries (the table counts them), gathered bucket by bucket, each
+    // chain from its head.
+    const size_t capacity = mac_usage_count > 0 ? static_cast<size_t>(mac_usage_count) : 0;
+    save_key* keys = nullptr;
+    if (capacity > 0) {
+        keys = static_cast<save_key*>(malloc(capacity * sizeof(save_key)));
+        if (!keys)
+            return;
+    }
+    size_t count = 0;
     for (const mac_usage_entry* head : mac_usage_table)
-        for (const mac_usage_entry* e = head; e; e = e->next) {
-            if (count == capacity) {
-                void* grown = realloc(entries, sizeof(mac_usage_entry) * static_cast<size_t>(capacity + ARRAY_STEP));
-                if (!grown) {
-                    free(entries);
-                    return;
-                }
-                entries = static_cast<mac_usage_entry*>(grown);
-                capacity += ARRAY_STEP;
-            }
-            entries[count++] = *e;
-        }
+        for (const mac_usage_entry* e = head; e && count < capacity; e = e->next)
+            keys[count++] = save_key{total(*e), e};
+    // Larger totals first. The sort must be stable: entries with equal totals keep the
+    // order in which they were gathered, the order the files have always had (the C
+    // library's stable merge sort gave it before), so that the same table always gives the
+    // same file and which entries make the 8192-line cut does not change.
     if (count > 1)
-        qsort(entries, static_cast<size_t>(count), sizeof(mac_usage_entry), compare_mac_usage);
+        std::stable_sort(keys, keys + count,
+                         [](const save_key& a, const save_key& b) { return a.total > b.total; });
     std::string name = mac_hour_name(mac_usage_hour);
     atomic_file out(TEMPORARY);
     if (!name.empty() && out.is_open()) {
         // The largest users of the hour.
         std::string& text = out.text();
-        for (int i = 0; i < count && i < LINES_MAX; ++i) {
-            const mac_usage_entry& e = entries[i];
-            // "%s,%s,%llu,%llu\n": the MAC as "%02X:%02X:%02X:%02X:%02X:%02X", or "*" and the
-            // dotted address (as inet_ntoa gives it) for an address without a MAC; the
-            // source type; the two counts in KiB.
-            if (e.mac != 0)
-                append_mac_text(text, e.mac);
-            else {
-                text.push_back('*');
-                append_address_text(text, e.address);
-            }
-            text.push_back(',');
-            text.append(static_cast<uint32_t>(e.type) < CLIENT_TYPES ? client_usage_type_name[e.type] : "unkn");
-            text.push_back(',');
-            append_unsigned(text, e.first >> 10);
-            text.push_back(',');
-            append_unsigned(text, e.second >> 10);
-            text.push_back('\n');
+        const size_t lines = count < static_cast<size_t>(LINES_MAX) ? count : static_cast<size_t>(LINES_MAX);
+        for (size_t i = 0; i < lines; ++i) {
+            char line[LINE_MAX_TEXT];
+            text.append(line, static_cast<size_t>(write_entry_line(line, *keys[i].entry) - line));
         }
         out.commit(dated_file_path(LIVE_DIR, name).c_str());
     }
-    free(entries);
+    free(keys);
 }
 
 int load_mac_hour_file(time_t hour)
@@ -143,7 +160,8 @@ int load_mac_hour_file(time_t hour)
         return 0;
     empty_mac_usage_table();
     char line[LINE_SIZE];
-    while (fgets(line, sizeof line, f.get())) {
+    line_reader lines(f.get());
+    while (lines.next(line, sizeof line)) {
         char key[20], type_name[20];
         int consumed = 0;
         uint64_t mac = 0;

@@ -1,15 +1,18 @@
 #include "client_mac/mac_usage.h"
 
 #include "client_mac/arp_line.h"
+#include "core/entry_blocks.h"
 #include "core/address_text.h"
 #include "core/read_file.h"
 #include "platform/platform.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,16 +32,38 @@ constexpr int LINE_SIZE = 1024;
 constexpr int DELETED_ARP_TESTS = 3;
 constexpr long DELETED_ARP_WAIT_NS = 50L * 1000 * 1000;
 
+// An ARP entry: 16 bytes on a 32-bit CPU, 24 on a 64-bit one.
 struct arp_entry {
-    uint32_t address;
     uint64_t mac;
+    uint32_t address;
     arp_entry* next;
 };
-using arp_table = arp_entry* [MAC_BUCKETS];
+// 256 entries a block.
+constexpr size_t ARP_BLOCK = 256;
+// Up to this many entries, emptying clears the heads of their buckets one by one; above,
+// the whole array at once.
+constexpr size_t FEW_ENTRIES = 256;
+
+// A hash table of ARP entries: each bucket a chain from its newest entry to its oldest.
+struct arp_table {
+    arp_entry* heads[MAC_BUCKETS];
+    entry_blocks<arp_entry, ARP_BLOCK> entries;
+};
 
 arp_table arp_tables[2];
 unsigned arp_generation;
 arp_table deleted_arp_table;
+
+// 256 usage entries a block.
+constexpr size_t USAGE_BLOCK = 256;
+entry_blocks<mac_usage_entry, USAGE_BLOCK> usage_entries;
+
+// The last address resolve_mac looked up and its MAC: the client accounting adds the
+// changes of one client's source types one after another, and all resolve alike. Any change
+// of the ARP tables forgets it.
+bool resolved_known;
+uint32_t resolved_address;
+uint64_t resolved_mac;
 
 unsigned arp_bucket(uint32_t address) { return ntohl(address) & 0xfffu; }
 
@@ -49,12 +74,13 @@ unsigned usage_bucket(uint64_t mac, uint32_t address)
 
 bool add_arp(arp_table& table, uint32_t address, uint64_t mac)
 {
-    arp_entry* e = static_cast<arp_entry*>(malloc(sizeof(arp_entry)));
+    resolved_known = false;
+    arp_entry* e = take_entry(table.entries);
     if (!e)
         return false;
     e->address = address;
     e->mac = mac;
-    arp_entry*& head = table[arp_bucket(address)];
+    arp_entry*& head = table.heads[arp_bucket(address)];
     e->next = head;
     head = e;
     return true;
@@ -62,17 +88,26 @@ bool add_arp(arp_table& table, uint32_t address, uint64_t mac)
 
 void empty_arp(arp_table& table)
 {
-    for (arp_entry*& head : table)
-        while (arp_entry* e = head) {
-            head = e->next;
-            free(e);
-        }
+    resolved_known = false;
+    const size_t used = table.entries.used;
+    if (used <= FEW_ENTRIES) {
+        for (size_t i = 0; i < used; ++i)
+            table.heads[arp_bucket(entry_at(table.entries, i).address)] = nullptr;
+    } else
+        std::fill(std::begin(table.heads), std::end(table.heads), nullptr);
+    empty_entries(table.entries);
 }
 
-// The first entry of the address's bucket with that address, or null.
+void free_arp(arp_table& table)
+{
+    empty_arp(table);
+    free_entries(table.entries);
+}
+
+// The first entry of the address's bucket with that address (the one added last), or null.
 const arp_entry* find_arp(const arp_table& table, uint32_t address)
 {
-    for (const arp_entry* e = table[arp_bucket(address)]; e; e = e->next)
+    for (const arp_entry* e = table.heads[arp_bucket(address)]; e; e = e->next)
         if (e->address == address)
             return e;
     return nullptr;
@@ -85,7 +120,8 @@ int load_proc_net_arp(arp_table& table)
     if (!f)
         return -1;
     char line[LINE_SIZE];
-    while (fgets(line, sizeof line, f.get())) {
+    line_reader lines(f.get());
+    while (lines.next(line, sizeof line)) {
         arp_line fields;
         if (!scan_arp_line(line, &fields))
             continue;
@@ -154,23 +190,47 @@ bool wait_for_deleted_arp()
     }
 }
 
+// The value of each byte as a hexadecimal digit, 16 for a byte that is none.
+struct hex_values {
+    unsigned char of[256];
+};
+
+constexpr hex_values make_hex_values()
+{
+    hex_values t{};
+    for (int i = 0; i < 256; ++i)
+        t.of[i] = static_cast<unsigned char>(i >= '0' && i <= '9'   ? i - '0'
+                                             : i >= 'a' && i <= 'f' ? i - 'a' + 10
+                                             : i >= 'A' && i <= 'F' ? i - 'A' + 10
+                                                                    : 16);
+    return t;
+}
+
+constexpr hex_values HEX_VALUES = make_hex_values();
+
 } // namespace
 
 uint64_t parse_mac_text(const char* text)
 {
     // The common form, six pairs of hexadecimal digits with ':' between and no digit after,
-    // read here: strtoll reads each pair as the same number.
-    auto hex = [](char c) -> int {
-        return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-    };
-    bool common = true;
+    // read here: strtoll reads each pair as the same number. A byte is looked at only after
+    // the one before it was found to be a digit or the separator, so nothing past the end
+    // of the text is read.
+    const unsigned char* pair = reinterpret_cast<const unsigned char*>(text);
     uint64_t pairs = 0;
-    for (int field = 0; common && field < 6; ++field) {
-        const char* pair = text + 3 * field;
-        const int high = hex(pair[0]);
-        const int low = high < 0 ? -1 : hex(pair[1]);
-        common = low >= 0 && (field == 5 ? hex(pair[2]) < 0 : pair[2] == ':');
-        pairs = (pairs << 8) | static_cast<uint64_t>(common ? high * 16 + low : 0);
+    bool common = true;
+    for (int field = 0; field < 6; ++field, pair += 3) {
+        const unsigned high = HEX_VALUES.of[pair[0]];
+        if (high > 15) {
+            common = false;
+            break;
+        }
+        const unsigned low = HEX_VALUES.of[pair[1]];
+        if (low > 15 || (field < 5 ? pair[2] != ':' : HEX_VALUES.of[pair[2]] <= 15)) {
+            common = false;
+            break;
+        }
+        pairs = (pairs << 8) | (high << 4 | low);
     }
     if (common)
         return pairs;
@@ -193,7 +253,7 @@ mac_usage_entry* insert_mac_usage(uint64_t mac, uint32_t address, int32_t type, 
 {
     if (mac_usage_count >= MAC_USAGE_MAX)
         return nullptr;
-    mac_usage_entry* e = static_cast<mac_usage_entry*>(malloc(sizeof(mac_usage_entry)));
+    mac_usage_entry* e = take_entry(usage_entries);
     if (!e)
         return nullptr;
     e->mac = mac;
@@ -210,24 +270,37 @@ mac_usage_entry* insert_mac_usage(uint64_t mac, uint32_t address, int32_t type, 
 
 void empty_mac_usage_table()
 {
-    for (mac_usage_entry*& head : mac_usage_table)
-        while (mac_usage_entry* e = head) {
-            head = e->next;
-            free(e);
+    // Every entry of the table is in usage_entries: a small table clears the heads of its
+    // entries' buckets, a large one the whole array.
+    const size_t used = usage_entries.used;
+    if (used <= FEW_ENTRIES) {
+        for (size_t i = 0; i < used; ++i) {
+            const mac_usage_entry& e = entry_at(usage_entries, i);
+            mac_usage_table[usage_bucket(e.mac, e.address)] = nullptr;
         }
+    } else
+        std::fill(std::begin(mac_usage_table), std::end(mac_usage_table), nullptr);
+    empty_entries(usage_entries);
     mac_usage_count = 0;
 }
 
 uint64_t resolve_mac(uint32_t address)
 {
-    const arp_table* order[3] = {&arp_tables[arp_generation % 2], &arp_tables[(arp_generation - 1) % 2],
-                                 &deleted_arp_table};
-    for (const arp_table* table : order) {
-        const arp_entry* e = find_arp(*table, address);
-        if (e && e->mac != 0)
-            return e->mac;
-    }
-    return 0;
+    if (resolved_known && resolved_address == address)
+        return resolved_mac;
+    // The current snapshot, the previous one (the other table of the two: arp_generation
+    // - 1 and arp_generation differ in their lowest bit, also when the count wraps), then the
+    // deleted list. An entry without a MAC lets the next table answer.
+    const unsigned current = arp_generation & 1u;
+    const arp_entry* e = find_arp(arp_tables[current], address);
+    if (!e || e->mac == 0)
+        e = find_arp(arp_tables[current ^ 1u], address);
+    if (!e || e->mac == 0)
+        e = find_arp(deleted_arp_table, address);
+    resolved_mac = e ? e->mac : 0;
+    resolved_address = address;
+    resolved_known = true;
+    return resolved_mac;
 }
 
 int ruvo_client_mac_usage_init()
@@ -290,6 +363,7 @@ void ruvo_client_mac_usage_add(uint32_t address, int32_t type, uint64_t second, 
 
 void ruvo_client_mac_usage_finalize()
 {
+    resolved_known = false; // the current snapshot becomes the previous one
     ++arp_generation;
     // The table of the snapshot before the previous one becomes the current table, empty.
     empty_arp(arp_tables[arp_generation % 2]);
@@ -299,7 +373,8 @@ void ruvo_client_mac_usage_finalize()
 void free_mac_tables()
 {
     empty_mac_usage_table();
-    empty_arp(arp_tables[0]);
-    empty_arp(arp_tables[1]);
-    empty_arp(deleted_arp_table);
+    free_entries(usage_entries);
+    free_arp(arp_tables[0]);
+    free_arp(arp_tables[1]);
+    free_arp(deleted_arp_table);
 }

@@ -41,7 +41,8 @@ void ruvo_client_mac_usage_add(uint32_t address, int32_t type, uint64_t second, 
                                int32_t kind, int32_t is_delta);
 // Ends a reading: the snapshot just taken becomes the previous one.
 void ruvo_client_mac_usage_finalize();
-// Empties the usage table and frees the ARP tables (a clean shutdown; the daemon does not).
+// Empties the usage table and the ARP tables and frees all their memory (a clean shutdown;
+// the daemon does not).
 void free_mac_tables();
 
 // The state of the module, for the hourly files and for tests.
@@ -53,7 +54,8 @@ extern time_t mac_usage_hour;
 // out; returns it or null.
 mac_usage_entry* insert_mac_usage(uint64_t mac, uint32_t address, int32_t type, uint64_t second,
                                   uint64_t first);
-// Frees every usage entry.
+// Removes every usage entry (their storage is kept for the next filling, see
+// core/entry_blocks.h).
 void empty_mac_usage_table();
 // The MAC an address resolves to through the current snapshot, the previous one and the
 // deleted list; 0 when none knows it.

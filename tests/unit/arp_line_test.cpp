@@ -135,6 +135,45 @@ TEST(ArpLine, SameAsSscanfForGeneratedLines)
     }
 }
 
+TEST(ArpLine, SameAsSscanfForLinesOfBlankRunsOfEveryLength)
+{
+    // The columns are padded with runs of ' ' that the scanner passes four at a time: runs
+    // of every length from 0 to 40 in every gap, other white space within and after a run,
+    // and lines that end inside a run.
+    std::mt19937 random(77);
+    const char* const fields[] = {"192.168.1.20", "0x1", "0x2", "02:00:c0:a8:01:14", "*", "br0"};
+    const char others[] = "\t\n\v\f\r";
+    for (int i = 0; i < 200000; ++i) {
+        std::string line;
+        const int cut = static_cast<int>(random() % 8); // 6 and 7: the whole line
+        for (int k = 0; k < 6; ++k) {
+            if (k > 0 || random() % 4 == 0) {
+                line.append(random() % 41, ' ');
+                if (random() % 5 == 0)
+                    line.insert(line.size() - random() % 4 % (line.size() + 1),
+                                1, others[random() % (sizeof others - 1)]);
+                if (random() % 5 == 0)
+                    line.append(random() % 9, ' ');
+            }
+            if (k == cut)
+                break;
+            line += fields[k];
+        }
+        if (random() % 2 == 0)
+            line += '\n';
+        expect_same(line);
+        if (HasFatalFailure())
+            return;
+    }
+    for (size_t blanks = 0; blanks <= 40; ++blanks) {
+        expect_same("1.2.3.4" + std::string(blanks, ' ') + "0x1 0x2 02:00:00:00:00:01 * br0");
+        expect_same("1.2.3.4 0x1 0x2 02:00:00:00:00:01 * br0" + std::string(blanks, ' '));
+        expect_same("1.2.3.4 0x1 0x2 02:00:00:00:00:01 *" + std::string(blanks, ' '));
+        expect_same("1.2.3.4 0x1 0x2 02:00:00:00:00:01 *" + std::string(blanks, ' ') + "\tbr0");
+        expect_same(std::string(blanks, ' ') + "1.2.3.4 0x1 0x2 02:00:00:00:00:01 * br0");
+    }
+}
+
 TEST(ArpLine, FlagsLowByteAsStrtoull)
 {
     const char* const texts[] = {"0x2",  "0x6", "2", "0x", "x2", "0x102", "ff", "0x12345678902",

@@ -1149,3 +1149,149 @@ TEST_F(MacHourly, BackupAndClearRunTheirCommands)
 }
 
 } // namespace
+
+// ---- Tie order of the hourly file and reuse of the tables' storage ----
+
+TEST_F(MacHourly, EqualTotalsKeepTheOrderOfTheBucketsAndOfEachBucketFromItsNewestEntry)
+{
+    make_mac_dir();
+    mac_usage_hour = local(2024, 3, 5, 14);
+    // All but the last have a total of 2 KiB. Buckets: 0x003 for the first two, 0x001 for
+    // the next two (10.0.0.1 by its address).
+    insert_mac_usage(0x000000000003ull, 0, TYPE_LAN, 1024, 1024);
+    insert_mac_usage(0x000000001003ull, 0, TYPE_LAN, 1024, 1024);
+    insert_mac_usage(0, ip("10.0.0.1"), TYPE_PPTP, 1024, 1024);
+    insert_mac_usage(0x000000000001ull, 0, TYPE_LAN, 1024, 1024);
+    insert_mac_usage(0x000000000fffull, 0, TYPE_LAN, 1024, 1024);
+    insert_mac_usage(0x000000000002ull, 0, TYPE_LAN, 0, 4096);
+
+    ruvo_client_mac_usage_save();
+
+    EXPECT_EQ(read_file(mac_dir_file("2024-03-05-14.csv")), "00:00:00:00:00:02,lan,4,0\n"
+                                                            "00:00:00:00:00:01,lan,1,1\n"
+                                                            "*10.0.0.1,pptp,1,1\n"
+                                                            "00:00:00:00:10:03,lan,1,1\n"
+                                                            "00:00:00:00:00:03,lan,1,1\n"
+                                                            "00:00:00:00:0F:FF,lan,1,1\n");
+}
+
+TEST_F(MacHourly, ManyEqualTotalsAreWrittenInTheOrderTheTableGivesThem)
+{
+    make_mac_dir();
+    mac_usage_hour = local(2024, 3, 5, 14);
+    // 12,000 entries with only five totals, several to a bucket, MACs and addresses mixed:
+    // the order of the file, and which tied entries make the 8,192-line cut, is the order
+    // of the buckets and, within one, from the entry inserted last.
+    struct model {
+        uint64_t total;
+        unsigned bucket;
+        int inserted;
+        std::string line;
+    };
+    std::vector<model> entries;
+    uint32_t seed = 12345;
+    for (int i = 0; i < 12000; ++i) {
+        seed = seed * 1103515245u + 12345u;
+        const uint64_t kib = (seed >> 16) % 5 + 1;
+        const uint64_t first = kib << 10, second = 0;
+        if (i % 3 == 0) {
+            const uint32_t n = static_cast<uint32_t>(i) + 1;
+            ASSERT_NE(insert_mac_usage(0, ten_net(n), TYPE_SROUTE, second, first), nullptr);
+            entries.push_back(
+                {first + second, n & 0xfffu, i, "*" + ten_net_text(n) + ",sroute," + std::to_string(kib) + ",0\n"});
+        } else {
+            const uint64_t mac = 0x020000000000ull | (static_cast<uint64_t>(i) * 977u % 40000u);
+            ASSERT_NE(insert_mac_usage(mac, 0, TYPE_LAN, second, first), nullptr);
+            char text[32];
+            snprintf(text, sizeof text, "%02X:%02X:%02X:%02X:%02X:%02X", static_cast<unsigned>(mac >> 40) & 255,
+                     static_cast<unsigned>(mac >> 32) & 255, static_cast<unsigned>(mac >> 24) & 255,
+                     static_cast<unsigned>(mac >> 16) & 255, static_cast<unsigned>(mac >> 8) & 255,
+                     static_cast<unsigned>(mac) & 255);
+            entries.push_back({first + second, static_cast<unsigned>(mac & 0xfffu), i,
+                               std::string(text) + ",lan," + std::to_string(kib) + ",0\n"});
+        }
+    }
+    // Every entry has its own place: larger totals first, then lower buckets, then newer.
+    std::sort(entries.begin(), entries.end(), [](const model& a, const model& b) {
+        if (a.total != b.total)
+            return a.total > b.total;
+        if (a.bucket != b.bucket)
+            return a.bucket < b.bucket;
+        return a.inserted > b.inserted;
+    });
+    std::string expected;
+    for (size_t i = 0; i < 8192; ++i)
+        expected += entries[i].line;
+
+    ruvo_client_mac_usage_save();
+
+    EXPECT_EQ(read_file(mac_dir_file("2024-03-05-14.csv")), expected);
+}
+
+TEST_F(MacUsage, EmptiedTableIsEmptyAndFillsAgainSmallOrLarge)
+{
+    for (const uint32_t size : {5000u, 100u, 3u, 16384u, 0u, 700u}) {
+        empty_mac_usage_table();
+        EXPECT_EQ(mac_usage_count, 0);
+        for (const mac_usage_entry* head : mac_usage_table)
+            ASSERT_EQ(head, nullptr);
+        Entries expected;
+        for (uint32_t n = 1; n <= size; ++n) {
+            const uint64_t mac = n % 2 ? 0x020000000000ull | (n * 31u) : 0;
+            const uint32_t address = mac ? 0 : ten_net(n * 7u);
+            ASSERT_NE(insert_mac_usage(mac, address, TYPE_LAN, n, size), nullptr);
+            expected.insert(show_entry(mac_usage_entry{mac, address, TYPE_LAN, n, size, nullptr}));
+        }
+        EXPECT_EQ(mac_usage_count, static_cast<int>(size));
+        EXPECT_EQ(table_entries(), expected) << size;
+    }
+}
+
+TEST_F(MacUsageArp, LargeAndSmallSnapshotsFollowEachOtherWithoutLeftovers)
+{
+    // Readings of 3,000, 5, 2 and again 3,000 entries: each snapshot knows only its own
+    // lines, the one before it stays the previous snapshot for one reading.
+    auto snapshot = [this](uint32_t clients, uint32_t tag) {
+        std::string lines;
+        for (uint32_t n = 1; n <= clients; ++n) {
+            char mac[32];
+            snprintf(mac, sizeof mac, "%02x:00:00:00:%02x:%02x", tag, (n >> 8) & 255, n & 255);
+            lines += arp(ten_net_text(n).c_str(), "0x2", mac, "br0");
+        }
+        set_arp(lines);
+        ASSERT_EQ(ruvo_client_mac_usage_prepare(), 0);
+    };
+    auto mac = [](uint32_t tag, uint32_t n) { return (uint64_t{tag} << 40) | ((n >> 8) & 255) << 8 | (n & 255); };
+
+    snapshot(3000, 0x11);
+    EXPECT_EQ(resolve_mac(ten_net(1)), mac(0x11, 1));
+    EXPECT_EQ(resolve_mac(ten_net(3000)), mac(0x11, 3000));
+    EXPECT_EQ(resolve_mac(ten_net(3001)), 0u);
+    ruvo_client_mac_usage_finalize();
+
+    snapshot(5, 0x22);
+    EXPECT_EQ(resolve_mac(ten_net(5)), mac(0x22, 5));
+    EXPECT_EQ(resolve_mac(ten_net(6)), mac(0x11, 6));
+    EXPECT_EQ(resolve_mac(ten_net(3000)), mac(0x11, 3000));
+    ruvo_client_mac_usage_finalize();
+
+    snapshot(2, 0x33);
+    EXPECT_EQ(resolve_mac(ten_net(2)), mac(0x33, 2));
+    EXPECT_EQ(resolve_mac(ten_net(3)), mac(0x22, 3));
+    EXPECT_EQ(resolve_mac(ten_net(5)), mac(0x22, 5));
+    for (uint32_t n = 6; n <= 3000; ++n)
+        ASSERT_EQ(resolve_mac(ten_net(n)), 0u) << n;
+    ruvo_client_mac_usage_finalize();
+
+    snapshot(3000, 0x44);
+    for (uint32_t n = 1; n <= 3000; ++n)
+        ASSERT_EQ(resolve_mac(ten_net(n)), mac(0x44, n)) << n;
+    ruvo_client_mac_usage_finalize();
+
+    snapshot(0, 0x55);
+    EXPECT_EQ(resolve_mac(ten_net(1)), mac(0x44, 1));
+    ruvo_client_mac_usage_finalize();
+    snapshot(0, 0x66);
+    for (uint32_t n = 1; n <= 3000; ++n)
+        ASSERT_EQ(resolve_mac(ten_net(n)), 0u) << n;
+}
