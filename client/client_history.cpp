@@ -50,9 +50,17 @@ void run(const char* command)
 
 // Appends a "%s,%s,%lld,%lld\n" line (the address, the source type and the two counts in
 // KiB) for every type with traffic of every present record of the table; returns how many.
-// Each line is formatted into a buffer of its own and appended at once.
+// The lines are formatted into a block on the stack that is appended to the text whenever
+// it could not hold one more line, so the text grows by a few large appends rather than
+// one per line.
 int append_client_lines(std::string& text, const client_table& table)
 {
+    // Longest line: a 15-character address, the longest type name, two counts and the
+    // three separators and the line break.
+    constexpr size_t LINE_MAX = sizeof(client_record::address_text) + CLIENT_TYPE_NAME_MAX + 2 * SIGNED_DIGITS_MAX + 4;
+    char block[8192];
+    char* at = block;
+    char* const last_start = block + sizeof block - LINE_MAX;
     int lines = 0;
     // Most records have one type with traffic, on a line of about 30 bytes: room for them
     // all at once rather than the copies of a growing text.
@@ -66,22 +74,26 @@ int append_client_lines(std::string& text, const client_table& table)
             for (int type = TYPE_LAN; type < CLIENT_TYPES; ++type) {
                 if (r->first[type] == 0 && r->second[type] == 0)
                     continue;
-                char line[sizeof r->address_text + CLIENT_TYPE_NAME_MAX + 2 * SIGNED_DIGITS_MAX + 4];
-                char* at = line;
+                if (at > last_start) {
+                    text.append(block, static_cast<size_t>(at - block));
+                    at = block;
+                }
                 memcpy(at, r->address_text, address_length);
                 at += address_length;
                 *at++ = ',';
                 memcpy(at, client_usage_type_name[type], client_usage_type_name_length[type]);
                 at += client_usage_type_name_length[type];
                 *at++ = ',';
-                at = write_signed(at, static_cast<int64_t>(r->first[type] >> 10));
+                // A count in KiB (the bytes shifted right by 10) is never negative, so "%lld"
+                // prints the digits "%llu" prints.
+                at = write_unsigned(at, r->first[type] >> 10);
                 *at++ = ',';
-                at = write_signed(at, static_cast<int64_t>(r->second[type] >> 10));
+                at = write_unsigned(at, r->second[type] >> 10);
                 *at++ = '\n';
-                text.append(line, static_cast<size_t>(at - line));
                 ++lines;
             }
         }
+    text.append(block, static_cast<size_t>(at - block));
     return lines;
 }
 
@@ -129,7 +141,8 @@ void load_client_period_file(const struct tm& tm, client_table& table, int kind,
     table.prev_time = table.time;
     table.time = start;
     char line[LINE_SIZE];
-    while (fgets(line, sizeof line, f.get())) {
+    line_reader lines(f.get());
+    while (lines.next(line, sizeof line)) {
         std::string address, type_name;
         uint64_t first = 0, second = 0;
         if (!parse_client_line(line, &address, &type_name, &first, &second))

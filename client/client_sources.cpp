@@ -32,6 +32,9 @@ struct static_routes {
 // The router's WAN addresses as text.
 struct wan_addresses {
     iplist* set = nullptr;
+    // The length of each text of the set, so that each client line is compared only with
+    // the addresses of its own length (a tick compares every client line).
+    std::vector<size_t> lengths;
     time_t mtime = 0;
     int wan_count = 0;
 } wan;
@@ -220,14 +223,18 @@ void reload_wan_addresses()
     }
     free_iplist(wan.set);
     wan.set = fresh;
+    wan.lengths.clear();
+    for (int k = 0; k < fresh->count; ++k)
+        wan.lengths.push_back(strlen(fresh->items[k]));
 }
 
 bool is_wan_address(const char* text)
 {
     if (!wan.set)
         return false;
+    const size_t length = strlen(text);
     for (int k = 0; k < wan.set->count; ++k)
-        if (strcmp(wan.set->items[k], text) == 0)
+        if (wan.lengths[static_cast<size_t>(k)] == length && memcmp(wan.set->items[k], text, length) == 0)
             return true;
     return false;
 }

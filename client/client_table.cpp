@@ -20,11 +20,20 @@ client_record* find_client(client_table& table, uint32_t address)
     return nullptr;
 }
 
+void free_client_records(client_table& table)
+{
+    free_entries(table.store);
+    for (client_record*& head : table.chains)
+        head = nullptr;
+    table.records = 0;
+}
+
 client_record* add_client(client_table& table, uint32_t address, const char* address_text)
 {
-    client_record* r = static_cast<client_record*>(calloc(1, sizeof(client_record)));
+    client_record* r = take_entry(table.store);
     if (!r)
         return nullptr;
+    memset(r, 0, sizeof *r);
     r->present = 1;
     r->baseline_pending = 1;
     r->address = address;

@@ -166,13 +166,14 @@ void read_client_usage(client_usage_tables* tables)
     const char* lan_address = lan ? get_taglist_default_ex(lan, "", "LAN_IPADDR") : nullptr;
 
     char line[LINE_SIZE];
+    line_reader lines(f.get());
     // The header's number after its first ':' is the time of the reading; a header without
     // one leaves it 0, deliberately: the clock is not used for the tables.
-    if (fgets(line, sizeof line, f.get())) {
+    if (lines.next(line, sizeof line)) {
         const char* colon = strchr(line, ':');
         if (colon && colon != line && isdigit(static_cast<unsigned char>(colon[1 + strspn(colon + 1, " \t")])))
             reading_time = static_cast<time_t>(strtoull(colon + 1, nullptr, 10));
-        while (fgets(line, sizeof line, f.get())) {
+        while (lines.next(line, sizeof line)) {
             std::string address;
             uint64_t first = 0, second = 0;
             if (!parse_client_usage_line(line, &address, &first, &second))
@@ -196,12 +197,7 @@ void client_usage_free(client_usage_tables* tables)
     if (!tables)
         return;
     for (client_table& table : tables->table)
-        for (client_record*& head : table.chains) {
-            while (client_record* r = head) {
-                head = r->next;
-                free(r);
-            }
-        }
+        free_client_records(table);
     free(tables);
     free_client_sources();
     free_mac_tables();

@@ -17,11 +17,7 @@ const char* const KNOWN_CLIENTS[] = {"192.168.1.10", "192.168.1.11", "192.168.1.
 
 void clear_client_table(client_table& table)
 {
-    for (client_record*& head : table.chains)
-        while (client_record* r = head) {
-            head = r->next;
-            free(r);
-        }
+    free_client_records(table);
     memset(&table, 0, sizeof table);
 }
 
