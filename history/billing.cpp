@@ -3,6 +3,7 @@
 #include "core/atomic_file.h"
 #include "core/billing_cycle.h"
 #include "core/local_time.h"
+#include "core/own_files.h"
 #include "core/read_file.h"
 #include "history/period_line.h"
 #include "history/record_path.h"
@@ -78,8 +79,9 @@ void export_billing_csv(const wan_usage& r)
                       to_mib(r.billing_bytes[0]), to_mib(r.billing_bytes[1]));
     char path[RECORD_PATH_SIZE];
     record_path(path, r, HISTORY_WAN, HISTORY_SIM);
-    if (file_ptr history = open_for_reading(path))
-        copy_lines(out.text(), history.get(), SHOWN);
+    // The history is the daemon's own file, kept in memory while it does not change.
+    if (const std::string* history = own_file_text(path))
+        copy_lines(out.text(), *history, SHOWN);
     record_path(path, r, EXPORT_WAN, EXPORT_SIM);
     out.commit(path);
 }

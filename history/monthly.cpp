@@ -2,6 +2,7 @@
 
 #include "core/atomic_file.h"
 #include "core/local_time.h"
+#include "core/own_files.h"
 #include "core/log.h"
 #include "core/read_file.h"
 #include "history/period_line.h"
@@ -136,8 +137,9 @@ void export_monthly_csv(const wan_usage& r)
                       to_mib(r.month_bytes[1]));
     char path[RECORD_PATH_SIZE];
     history_path(path, r);
-    if (file_ptr history = open_for_reading(path))
-        copy_lines(out.text(), history.get(), SHOWN);
+    // The history is the daemon's own file, kept in memory while it does not change.
+    if (const std::string* history = own_file_text(path))
+        copy_lines(out.text(), *history, SHOWN);
     record_path(path, r, EXPORT_WAN, EXPORT_SIM);
     out.commit(path);
 }
@@ -147,23 +149,11 @@ namespace {
 // The rows of a monthly history as the total reads them: every line that parses, at most
 // TOTAL_MONTHLY_ROWS - 1.
 struct monthly_rows {
-    // The file they were read from: the same device, inode, size, modification and change
-    // times (to the nanosecond) mean the same content. The daemon replaces the file by
-    // rename, which gives a new inode every time.
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = 0;
-    struct timespec modified = {0, 0};
-    struct timespec changed = {0, 0};
+    // The file they were read from (core/own_files.h: the same identity means the same
+    // content; the daemon replaces the file by rename, which gives a new inode every time).
+    file_identity identity;
     std::vector<usage_month_row> rows;
 };
-
-bool same_file(const monthly_rows& cached, const struct stat& st)
-{
-    return cached.device == st.st_dev && cached.inode == st.st_ino && cached.size == st.st_size &&
-           cached.modified.tv_sec == st.st_mtim.tv_sec && cached.modified.tv_nsec == st.st_mtim.tv_nsec &&
-           cached.changed.tv_sec == st.st_ctim.tv_sec && cached.changed.tv_nsec == st.st_ctim.tv_nsec;
-}
 
 // The monthly histories' rows, kept between ticks by the file's path. Every tick adds each
 // WAN record's monthly history into the router's monthly total, and the history changes
@@ -212,7 +202,7 @@ const std::vector<usage_month_row>* monthly_history_rows(const char* path)
         return read_monthly_rows(path, &uncached) ? &uncached.rows : nullptr;
     }
     monthly_rows& cached = monthly_rows_cache[path];
-    if (same_file(cached, st))
+    if (cached.identity.inode != 0 && same_identity(cached.identity, identity_of(st)))
         return &cached.rows;
     // The identity is that of the file read: it is taken before the read, and a file
     // replaced in between is seen as changed at the next tick.
@@ -220,11 +210,7 @@ const std::vector<usage_month_row>* monthly_history_rows(const char* path)
         monthly_rows_cache.erase(path);
         return nullptr;
     }
-    cached.device = st.st_dev;
-    cached.inode = st.st_ino;
-    cached.size = st.st_size;
-    cached.modified = st.st_mtim;
-    cached.changed = st.st_ctim;
+    cached.identity = identity_of(st);
     return &cached.rows;
 }
 

@@ -2,6 +2,7 @@
 
 #include "core/atomic_file.h"
 #include "core/local_time.h"
+#include "core/own_files.h"
 #include "core/read_file.h"
 #include "history/period_line.h"
 #include "history/record_path.h"
@@ -190,8 +191,9 @@ void export_ring_csv(const wan_usage& r, const ring_period& p)
     p.write_line(out.stream(), local_tm(r.*p.bucket_time), to_mib(current[0]), to_mib(current[1]));
     char path[RECORD_PATH_SIZE];
     record_path(path, r, p.history_wan, p.history_sim);
-    if (file_ptr history = open_for_reading(path))
-        copy_lines(out.text(), history.get(), p.history_lines);
+    // The history is the daemon's own file, kept in memory while it does not change.
+    if (const std::string* history = own_file_text(path))
+        copy_lines(out.text(), *history, p.history_lines);
     record_path(path, r, p.export_wan, p.export_sim);
     out.commit(path);
 }

@@ -1,0 +1,139 @@
+// The daemon's own files kept in memory: the kept text is always what reading the file
+// again gives.
+#include "core/own_files.h"
+
+#include "sandbox.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* HISTORY = "/var/run/korel/wan1/usage_history.daily";
+
+class OwnFiles : public Sandbox {
+protected:
+    void SetUp() override
+    {
+        Sandbox::SetUp();
+        forget_own_files();
+    }
+    void TearDown() override
+    {
+        forget_own_files();
+        Sandbox::TearDown();
+    }
+
+    std::string text_of(const char* path)
+    {
+        const std::string* text = own_file_text(path);
+        return text ? *text : "<none>";
+    }
+
+    // "syscr" of /proc/self/io: the read system calls the process has made (read with one
+    // open, read and close, the same calls every time).
+    static long long read_calls()
+    {
+        char text[1024] = {};
+        const int fd = open("/proc/self/io", O_RDONLY);
+        if (fd < 0)
+            return -1;
+        const ssize_t n = read(fd, text, sizeof text - 1);
+        close(fd);
+        if (n <= 0)
+            return -1;
+        const char* at = strstr(text, "syscr: ");
+        return at ? atoll(at + 7) : -1;
+    }
+
+    // Replaces the file by rename, as the daemon does.
+    void replace(const std::string& absolute, const std::string& content)
+    {
+        write_file(absolute + ".new", content);
+        ASSERT_EQ(rename(real(absolute + ".new").c_str(), real(absolute).c_str()), 0);
+    }
+};
+
+} // namespace
+
+TEST_F(OwnFiles, MissingFileGivesNothing) { EXPECT_EQ(text_of(HISTORY), "<none>"); }
+
+TEST_F(OwnFiles, TheWholeFileIsGiven)
+{
+    std::string content;
+    for (int day = 0; day < 400; ++day)
+        content += "2024-01-" + std::to_string(day) + ",12345,678\n";
+    write_file(HISTORY, content);
+    EXPECT_EQ(text_of(HISTORY), content);
+}
+
+TEST_F(OwnFiles, AnUnchangedFileIsGivenFromMemory)
+{
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    ASSERT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    // The process's count of read system calls: a kept text is given without reading.
+    const long long before_kept = read_calls();
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    const long long kept_reads = read_calls() - before_kept;
+    forget_own_files();
+    const long long before_read = read_calls();
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    const long long fresh_reads = read_calls() - before_read;
+    // Each count includes the reads of /proc/self/io itself, the same both times.
+    EXPECT_LT(kept_reads, fresh_reads);
+}
+
+TEST_F(OwnFiles, AFileReplacedByRenameIsReadAgain)
+{
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    // The same size: only the new inode tells.
+    replace(HISTORY, "2024-03-05,11,3\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,11,3\n");
+}
+
+TEST_F(OwnFiles, AFileEditedInPlaceIsReadAgain)
+{
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    // Appended to in place: the size and the times change.
+    FILE* f = fopen(real(HISTORY).c_str(), "a");
+    ASSERT_NE(f, nullptr);
+    fputs("2024-03-03,9,1\n", f);
+    fclose(f);
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,10,2\n2024-03-03,9,1\n");
+}
+
+TEST_F(OwnFiles, AFileThatDisappearsIsForgotten)
+{
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    ASSERT_EQ(unlink(real(HISTORY).c_str()), 0);
+    EXPECT_EQ(text_of(HISTORY), "<none>");
+    write_file(HISTORY, "2024-03-05,1,1\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,1,1\n");
+}
+
+TEST_F(OwnFiles, AFifoIsReadEveryTimeWithoutBlocking)
+{
+    ASSERT_EQ(system(("mkdir -p " + real("/var/run/korel/wan1")).c_str()), 0);
+    ASSERT_EQ(mkfifo(real(HISTORY).c_str(), 0644), 0);
+    // No writer: reads as an empty file, and is not kept.
+    EXPECT_EQ(text_of(HISTORY), "");
+    EXPECT_EQ(text_of(HISTORY), "");
+}
+
+TEST_F(OwnFiles, TheSamePathUnderAnotherRootIsAnotherFile)
+{
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    const std::string first_root = plat.root;
+    plat.root = first_root + "/other";
+    write_file(HISTORY, "2024-03-04,99,9\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,99,9\n");
+    plat.root = first_root;
+}
