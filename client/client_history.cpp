@@ -114,11 +114,14 @@ void save_client_usage(client_usage_tables* tables)
         time_t start = 0;
         if (!client_period_start(table.kind, table.time, &start))
             continue;
+        // A table without clients writes no line and so leaves no file (below): the scratch
+        // file is not even made.
+        if (table.records == 0)
+            continue;
         atomic_file out(SCRATCH);
         if (!out.is_open())
             return;
-        // An empty table writes no line (and leaves no file, below).
-        const int lines = table.records > 0 ? append_client_lines(out.text(), table) : 0;
+        const int lines = append_client_lines(out.text(), table);
         // A period without traffic leaves no file, and an older file of its name alone.
         if (lines > 0)
             out.commit(dated_file_path(LIVE_DIRS[table.kind], dated_file_stem(table.kind, start)).c_str());

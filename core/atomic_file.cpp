@@ -86,7 +86,9 @@ std::string& atomic_file::text()
 }
 
 
-bool atomic_file::commit(const char* target_path)
+bool atomic_file::commit(const char* target_path) { return commit(target_path, nullptr); }
+
+bool atomic_file::commit(const char* target_path, std::string* kept)
 {
     if (fd_ < 0)
         return false;
@@ -99,10 +101,15 @@ bool atomic_file::commit(const char* target_path)
     ok = ok && write_all(fd_, content_.data(), content_.size());
     ok = close(fd_) == 0 && ok;
     fd_ = -1;
-    // The content is not needed again; give its memory back now rather than with the file.
-    std::string().swap(content_);
-    if (ok && rename(temp_.c_str(), sys_path(target_path).c_str()) == 0)
+    std::string content;
+    // The content is not needed again unless kept; its memory goes back now rather than
+    // with the file.
+    content.swap(content_);
+    if (ok && rename(temp_.c_str(), sys_path(target_path).c_str()) == 0) {
+        if (kept)
+            kept->swap(content);
         return true;
+    }
     unlink(temp_.c_str());
     return false;
 }

@@ -40,6 +40,9 @@ public:
     // target_path. Returns true when the target was replaced. On any failure the
     // temporary file is removed and the target is left as it was.
     bool commit(const char* target_path);
+    // The same, moving the content into *kept (when the target was replaced) rather than
+    // freeing it, for a writer that keeps what it wrote (core/own_files.h).
+    bool commit(const char* target_path, std::string* kept);
 
 private:
     std::string temp_;

@@ -79,4 +79,25 @@ const std::string* own_file_text(const char* absolute_path)
     return &file.text;
 }
 
+bool commit_own_file(atomic_file& out, const char* absolute_path)
+{
+    const std::string mapped = sys_path(absolute_path);
+    std::string text;
+    if (!out.commit(absolute_path, &text)) {
+        // Left as it was: a kept text of it is still right, and is checked as always.
+        return false;
+    }
+    // The identity of the file just renamed into place (a file another program put there
+    // in the moment between would be taken for this one; nothing else writes these files).
+    struct stat st;
+    if (stat(mapped.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
+        kept.erase(mapped);
+        return true;
+    }
+    kept_file& file = kept[mapped];
+    file.identity = identity_of(st);
+    file.text.swap(text);
+    return true;
+}
+
 void forget_own_files() { kept.clear(); }

@@ -10,6 +10,8 @@
 // nothing but the daemon writes these files, and it always writes a new file.)
 #pragma once
 
+#include "core/atomic_file.h"
+
 #include <ctime>
 #include <string>
 #include <sys/stat.h>
@@ -31,6 +33,11 @@ bool same_identity(const file_identity& a, const file_identity& b);
 // file's text is kept and given again while the file stays the same; anything else is read
 // every time. The text stays valid until the next call for the same path.
 const std::string* own_file_text(const char* absolute_path);
+
+// Commits out over the file at one of the daemon's absolute paths (atomic_file::commit)
+// and keeps what was written as that file's text, with the identity of the file now there,
+// so that the next read is a stat. Returns what commit returns.
+bool commit_own_file(atomic_file& out, const char* absolute_path);
 
 // Forgets every kept text (for tests, and a clean shutdown).
 void forget_own_files();

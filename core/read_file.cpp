@@ -116,14 +116,40 @@ void copy_lines(std::string& out, FILE* in, int max_lines)
     free(line);
 }
 
-void copy_lines(std::string& out, const std::string& in, int max_lines)
+size_t end_of_first_piece(const std::string& text, size_t buffer_size)
+{
+    const size_t room = std::min(text.size(), buffer_size - 1);
+    const char* newline = static_cast<const char*>(memchr(text.data(), '\n', room));
+    return newline ? static_cast<size_t>(newline - text.data()) + 1 : room;
+}
+
+void copy_lines(std::string& out, const std::string& in, int max_lines, size_t from)
 {
     // As above: lines through their '\n' (the last one may have none), each copied in
     // pieces of at most 255 bytes, each piece up to a NUL byte it holds.
     constexpr size_t PIECE_MAX = 255;
-    const char* at = in.data();
-    const char* const end = at + in.size();
+    const char* const end = in.data() + in.size();
+    const char* at = in.data() + std::min(from, in.size());
     int copied = 0;
+    // The daemon's own files, the usual content, have short lines and no NUL byte: every
+    // line is one piece, so the lines asked for are copied in one append. Found by counting
+    // the line breaks; a line too long for one piece, or a NUL byte, takes the way below.
+    const char* scan = at;
+    bool simple = true;
+    while (simple && copied < max_lines && scan < end) {
+        const char* newline = static_cast<const char*>(memchr(scan, '\n', static_cast<size_t>(end - scan)));
+        const char* const line_end = newline ? newline + 1 : end;
+        simple = static_cast<size_t>(line_end - scan) <= PIECE_MAX;
+        if (simple) {
+            scan = line_end;
+            ++copied;
+        }
+    }
+    if (simple && !memchr(at, '\0', static_cast<size_t>(scan - at))) {
+        out.append(at, static_cast<size_t>(scan - at));
+        return;
+    }
+    copied = 0;
     while (copied < max_lines && at < end) {
         const char* newline = static_cast<const char*>(memchr(at, '\n', static_cast<size_t>(end - at)));
         const char* const line_end = newline ? newline + 1 : end;

@@ -48,8 +48,14 @@ bool is_readable(const char* absolute_path);
 // as a line; a piece ends at a NUL byte it holds). Lines are read whole, so the stream may
 // be left further on than after the last piece copied: copy_lines is the last read of in.
 void copy_lines(std::string& out, FILE* in, int max_lines);
-// The same for a file's content held in memory.
-void copy_lines(std::string& out, const std::string& in, int max_lines);
+// The same for a file's content held in memory, from byte from of it on.
+void copy_lines(std::string& out, const std::string& in, int max_lines, size_t from = 0);
+
+// Where the first fgets(line, buffer_size, ...) on a file of this content would stop: after
+// the first '\n' if it comes within buffer_size - 1 bytes, else after buffer_size - 1
+// bytes (or at the end of a shorter content); 0 for an empty content, where fgets reads
+// nothing.
+size_t end_of_first_piece(const std::string& text, size_t buffer_size);
 
 // Reads a stream's lines as fgets(line, size, in) reads them, a block at a time: each call
 // gives the next piece of at most size - 1 bytes, ending after a '\n' or where the room

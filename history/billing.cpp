@@ -43,7 +43,7 @@ void billing_close(wan_usage& r, time_t start, time_t end)
     record_path(path, r, HISTORY_WAN, HISTORY_SIM);
     if (file_ptr old = open_for_reading(path))
         rewrite_period_lines(out.stream(), old.get(), HISTORY_KEPT, std::numeric_limits<time_t>::max());
-    out.commit(path);
+    commit_own_file(out, path);
 }
 
 void billing_rollover(wan_usage& r)

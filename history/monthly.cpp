@@ -67,7 +67,7 @@ void close_month(wan_usage& r, const struct tm& start)
     history_path(path, r);
     if (file_ptr old = open_for_reading(path))
         rewrite_period_lines(out.stream(), old.get(), HISTORY_KEPT, std::numeric_limits<time_t>::max());
-    out.commit(path);
+    commit_own_file(out, path);
 }
 
 // After the clock went back: drops the history lines of the month of now and later.
@@ -91,7 +91,7 @@ void repair_history(wan_usage& r)
         return;
     rewind(old.get());
     rewrite_period_lines(out.stream(), old.get(), ALL_LINES, month_of_now);
-    out.commit(path);
+    commit_own_file(out, path);
 }
 
 } // namespace
@@ -274,7 +274,7 @@ void rebuild_monthly_total(const usage_totals& totals)
                               static_cast<uint32_t>(sum1 >> 10), static_cast<uint32_t>(sum2 >> 10));
         }
     }
-    out.commit(TOTAL);
+    commit_own_file(out, TOTAL);
 }
 
 void update_monthly_total(const usage_totals& totals)
@@ -284,10 +284,10 @@ void update_monthly_total(const usage_totals& totals)
         return;
     if (totals.monthly_count > 0)
         write_total_row(out.stream(), totals.monthly[0]);
-    if (file_ptr old = open_for_reading(TOTAL)) {
-        char line[LINE_SIZE];
-        if (fgets(line, sizeof line, old.get()))
-            copy_lines(out.text(), old.get(), SHOWN);
-    }
-    out.commit(TOTAL);
+    // The old first line is the previous tick's running month. The total is the daemon's
+    // own file, kept in memory as it was written.
+    if (const std::string* old = own_file_text(TOTAL))
+        if (const size_t first = end_of_first_piece(*old, LINE_SIZE))
+            copy_lines(out.text(), *old, SHOWN, first);
+    commit_own_file(out, TOTAL);
 }

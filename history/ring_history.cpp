@@ -179,7 +179,7 @@ void write_ring_history(wan_usage& r, const ring_period& p)
     }
     char path[RECORD_PATH_SIZE];
     record_path(path, r, p.history_wan, p.history_sim);
-    out.commit(path);
+    commit_own_file(out, path);
 }
 
 void export_ring_csv(const wan_usage& r, const ring_period& p)
@@ -207,7 +207,7 @@ void rebuild_ring_total(const usage_row* rows, int count, const ring_period& p)
         p.write_line(out.stream(), rows[k].when, to_mib(rows[k].bytes[0]), to_mib(rows[k].bytes[1]));
     if (count >= 1 && count < p.total_rows)
         fill_ring_total_from_clients(out.stream(), rows[count - 1].when, p.total_rows - count, p);
-    out.commit(p.total);
+    commit_own_file(out, p.total);
 }
 
 void update_ring_total(const usage_row* rows, int count, const ring_period& p)
@@ -217,13 +217,12 @@ void update_ring_total(const usage_row* rows, int count, const ring_period& p)
         return;
     if (count > 0)
         p.write_line(out.stream(), rows[0].when, to_mib(rows[0].bytes[0]), to_mib(rows[0].bytes[1]));
-    if (file_ptr old = open_for_reading(p.total)) {
-        // The old first line is the previous tick's current period.
-        char line[256];
-        if (fgets(line, sizeof line, old.get()))
-            copy_lines(out.text(), old.get(), p.total_rows - 1);
-    }
-    out.commit(p.total);
+    // The old first line is the previous tick's current period. The total is the daemon's
+    // own file, kept in memory as it was written.
+    if (const std::string* old = own_file_text(p.total))
+        if (const size_t first = end_of_first_piece(*old, 256))
+            copy_lines(out.text(), *old, p.total_rows - 1, first);
+    commit_own_file(out, p.total);
 }
 
 void fill_ring_total_from_clients(FILE* stream, const struct tm& tm, int count, const ring_period& p)

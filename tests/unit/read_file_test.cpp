@@ -230,3 +230,25 @@ TEST(LineReader, ABufferTooSmallForAnyTextGivesNothing)
     EXPECT_FALSE(reader.next(line, sizeof line));
     fclose(in);
 }
+
+TEST(CopyLines, FromTextWithoutNulBytesAndLinesAroundOnePiece)
+{
+    // Content such as the daemon's own files, with lines of 1 to 300 bytes: lines of up to
+    // 255 bytes are copied whole, longer ones in pieces.
+    std::mt19937 random(12);
+    for (int round = 0; round < 2000; ++round) {
+        std::string content;
+        const int lines = static_cast<int>(random() % 70);
+        const unsigned longest = round % 2 ? 255 : 300;
+        for (int k = 0; k < lines; ++k) {
+            content.append(random() % longest, 'a' + static_cast<char>(k % 26));
+            content.push_back('\n');
+        }
+        if (random() % 3 == 0)
+            content.append(1 + random() % 300, 'z'); // a last line without a break
+        const int max_lines = static_cast<int>(random() % 80);
+        std::string from_text;
+        copy_lines(from_text, content, max_lines);
+        ASSERT_EQ(from_text, copied_by_fgets(content, max_lines)) << "round " << round;
+    }
+}

@@ -9,6 +9,7 @@
 #include "tree_check.h"
 
 #include "client_mac/mac_usage.h"
+#include "core/own_files.h"
 #include "daemon/daemon.h"
 #include "daemon/signals.h"
 
@@ -279,6 +280,7 @@ bool restart_daemon(std::unique_ptr<daemon_state>& state, sim_platform& plat, ti
 {
     state.reset();
     free_mac_tables();
+    forget_own_files(); // the files kept in memory go with the process
     reset_signal_flags();
     plat.clock = at;
     state = std::make_unique<daemon_state>();
