@@ -57,7 +57,7 @@ int append_client_lines(std::string& text, const client_table& table)
 {
     // Longest line: a 15-character address, the longest type name, two counts and the
     // three separators and the line break.
-    constexpr size_t LINE_MAX = sizeof(client_record::address_text) + CLIENT_TYPE_NAME_MAX + 2 * SIGNED_DIGITS_MAX + 4;
+    constexpr size_t LINE_MAX = sizeof(client_record::address_text) + CLIENT_TYPE_NAME_PADDED + 2 * SIGNED_DIGITS_MAX + 4;
     char block[8192];
     char* at = block;
     char* const last_start = block + sizeof block - LINE_MAX;
@@ -69,8 +69,7 @@ int append_client_lines(std::string& text, const client_table& table)
         for (const client_record* r = head; r; r = r->next) {
             if (!r->present)
                 continue;
-            // The address text is NUL-terminated within its array.
-            const size_t address_length = strnlen(r->address_text, sizeof r->address_text);
+            const size_t address_length = r->address_length;
             for (int type = TYPE_LAN; type < CLIENT_TYPES; ++type) {
                 if (r->first[type] == 0 && r->second[type] == 0)
                     continue;
@@ -78,10 +77,12 @@ int append_client_lines(std::string& text, const client_table& table)
                     text.append(block, static_cast<size_t>(at - block));
                     at = block;
                 }
-                memcpy(at, r->address_text, address_length);
+                // Whole fixed-size copies, cheaper than copies of the exact length: the
+                // bytes after the text are written over by what follows.
+                memcpy(at, r->address_text, sizeof r->address_text);
                 at += address_length;
                 *at++ = ',';
-                memcpy(at, client_usage_type_name[type], client_usage_type_name_length[type]);
+                memcpy(at, client_usage_type_name_padded[type], CLIENT_TYPE_NAME_PADDED);
                 at += client_usage_type_name_length[type];
                 *at++ = ',';
                 // A count in KiB (the bytes shifted right by 10) is never negative, so "%lld"

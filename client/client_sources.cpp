@@ -234,7 +234,8 @@ bool is_wan_address(const char* text)
         return false;
     const size_t length = strlen(text);
     for (int k = 0; k < wan.set->count; ++k)
-        if (wan.lengths[static_cast<size_t>(k)] == length && memcmp(wan.set->items[k], text, length) == 0)
+        if (wan.lengths[static_cast<size_t>(k)] == length && wan.set->items[k][0] == text[0] &&
+            memcmp(wan.set->items[k], text, length) == 0)
             return true;
     return false;
 }

@@ -3,7 +3,6 @@
 #include "core/local_time.h"
 
 #include <arpa/inet.h>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -37,7 +36,11 @@ client_record* add_client(client_table& table, uint32_t address, const char* add
     r->present = 1;
     r->baseline_pending = 1;
     r->address = address;
-    snprintf(r->address_text, sizeof r->address_text, "%s", address_text);
+    // Cut to 15 characters as snprintf would; the record was zeroed, so the rest of the
+    // array stays NUL.
+    const size_t length = strnlen(address_text, sizeof r->address_text - 1);
+    memcpy(r->address_text, address_text, length);
+    r->address_length = static_cast<uint8_t>(length);
     client_record*& head = table.chains[client_chain(address)];
     r->next = head;
     head = r;

@@ -14,7 +14,8 @@
 constexpr uint32_t CLIENT_CHAINS = 8191;
 
 // A client of a table. The fields are ordered so that the record takes 128 bytes on a
-// 64-bit build, without padding.
+// 64-bit build, without padding. address_text is NUL-padded to its end, so that it can be
+// copied whole into a line and the line continued after address_length characters.
 struct client_record {
     client_record* next;
     uint64_t second[CLIENT_TYPES];
@@ -24,6 +25,7 @@ struct client_record {
     uint8_t present;           // created or changed in the current period: written to the files
     uint8_t baseline_pending;  // set at creation, cleared by the first counted reading
     uint8_t type;              // 1..5, 0 until classified
+    uint8_t address_length;    // characters of address_text before its NUL
 };
 
 // Records are taken from blocks of 64 owned by their table (8 KiB on a 64-bit build), so

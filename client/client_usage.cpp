@@ -164,6 +164,7 @@ void read_client_usage(client_usage_tables* tables)
     time_t reading_time = 0;
     taglist* lan = load_taglist_ex(sys_path(LAN_CONFIG).c_str(), 1, 0);
     const char* lan_address = lan ? get_taglist_default_ex(lan, "", "LAN_IPADDR") : nullptr;
+    const size_t lan_length = lan_address ? strlen(lan_address) : 0;
 
     char line[LINE_SIZE];
     line_reader lines(f.get());
@@ -178,7 +179,9 @@ void read_client_usage(client_usage_tables* tables)
             uint64_t first = 0, second = 0;
             if (!parse_client_usage_line(line, &address, &first, &second))
                 continue;
-            if (address.empty() || (lan_address && address == lan_address) || is_wan_address(address.c_str()))
+            if (address.empty() ||
+                (lan_address && address.size() == lan_length && memcmp(address.data(), lan_address, lan_length) == 0) ||
+                is_wan_address(address.c_str()))
                 continue;
             uint32_t a = 0;
             if (address.size() >= sizeof(client_record::address_text) || !address_from_text(address.c_str(), &a) ||

@@ -21,3 +21,6 @@ extern const char* const client_usage_type_name[CLIENT_TYPES];
 // buffer of their own.
 constexpr int CLIENT_TYPE_NAME_MAX = 6;
 extern const unsigned char client_usage_type_name_length[CLIENT_TYPES];
+// The names NUL-padded to a fixed size, for writers that copy a whole name at once.
+constexpr int CLIENT_TYPE_NAME_PADDED = 8;
+extern const char client_usage_type_name_padded[CLIENT_TYPES][CLIENT_TYPE_NAME_PADDED];

@@ -37,67 +37,72 @@ constexpr char DIGIT_PAIRS[] = "000102030405060708091011121314151617181920212223
                                "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
                                "8081828384858687888990919293949596979899";
 
-// The number of decimal digits of a value below 2^32.
-int digit_count(uint32_t v)
+char* write_pair(char* out, unsigned v)
 {
-    int digits = 1;
-    for (;;) {
-        if (v < 10)
-            return digits;
-        if (v < 100)
-            return digits + 1;
-        if (v < 1000)
-            return digits + 2;
-        if (v < 10000)
-            return digits + 3;
-        v /= 10000;
-        digits += 4;
-    }
+    memcpy(out, DIGIT_PAIRS + 2 * v, 2);
+    return out + 2;
 }
 
-// Writes the digits of a value below 2^32 so that they end at end.
-void write_digits_before(char* end, uint32_t v)
+// The 1 to 4 digits of v below 10,000.
+char* write_up_to_4(char* out, unsigned v)
 {
-    while (v >= 100) {
-        const unsigned pair = v % 100;
-        v /= 100;
-        end -= 2;
-        memcpy(end, DIGIT_PAIRS + 2 * pair, 2);
+    if (v < 100) {
+        if (v < 10) {
+            *out = static_cast<char>('0' + v);
+            return out + 1;
+        }
+        return write_pair(out, v);
     }
-    if (v >= 10) {
-        end -= 2;
-        memcpy(end, DIGIT_PAIRS + 2 * v, 2);
-    } else {
-        *--end = static_cast<char>('0' + v);
+    const unsigned high = v / 100;
+    if (high < 10)
+        *out++ = static_cast<char>('0' + high);
+    else
+        out = write_pair(out, high);
+    return write_pair(out, v % 100);
+}
+
+// Exactly 4 digits of v below 10,000, with its leading zeros.
+char* write_4(char* out, unsigned v)
+{
+    out = write_pair(out, v / 100);
+    return write_pair(out, v % 100);
+}
+
+// Exactly 8 digits of v below 100,000,000, with its leading zeros.
+char* write_8(char* out, uint32_t v)
+{
+    out = write_4(out, v / 10000);
+    return write_4(out, v % 10000);
+}
+
+// The digits of a value below 2^32, in groups of four: only divisions by constants, which
+// compile to multiplications, and no loop.
+char* write_u32(char* out, uint32_t v)
+{
+    if (v < 10000)
+        return write_up_to_4(out, v);
+    if (v < 100000000) {
+        out = write_up_to_4(out, v / 10000);
+        return write_4(out, v % 10000);
     }
+    out = write_up_to_4(out, v / 100000000); // at most 42
+    return write_8(out, v % 100000000);
 }
 
 } // namespace
 
 char* write_unsigned(char* out, uint64_t value)
 {
-    // Below 2^32 with 32-bit divisions only, which a 32-bit router's CPU does in hardware
+    // Below 2^32 with 32-bit arithmetic only, which a 32-bit router's CPU does in hardware
     // (a 64-bit division is a library call there); the daemon's counts in KiB stay below
-    // 2^32 for the first 4 TiB. Larger values first write their low nine digits.
-    if (value <= UINT32_MAX) {
-        char* const end = out + digit_count(static_cast<uint32_t>(value));
-        write_digits_before(end, static_cast<uint32_t>(value));
-        return end;
-    }
+    // 2^32 for the first 4 TiB. Larger values first write the digits above their low nine.
+    if (value <= UINT32_MAX)
+        return write_u32(out, static_cast<uint32_t>(value));
     constexpr uint64_t BILLION = 1000000000;
-    const uint64_t high = value / BILLION;
+    out = write_unsigned(out, value / BILLION);
     const uint32_t low = static_cast<uint32_t>(value % BILLION);
-    char* const end = write_unsigned(out, high) + 9;
-    // The low part with its leading zeros: nine digits exactly.
-    char* p = end;
-    uint32_t v = low;
-    for (int i = 0; i < 4; ++i) {
-        p -= 2;
-        memcpy(p, DIGIT_PAIRS + 2 * (v % 100), 2);
-        v /= 100;
-    }
-    *--p = static_cast<char>('0' + v);
-    return end;
+    *out++ = static_cast<char>('0' + low / 100000000);
+    return write_8(out, low % 100000000);
 }
 
 char* write_signed(char* out, int64_t value)

@@ -75,6 +75,7 @@ const std::string* own_file_text(const char* absolute_path)
         kept.erase(mapped);
         return nullptr;
     }
+    file.text.shrink_to_fit();
     file.identity = id;
     return &file.text;
 }
@@ -96,6 +97,8 @@ bool commit_own_file(atomic_file& out, const char* absolute_path)
     }
     kept_file& file = kept[mapped];
     file.identity = identity_of(st);
+    // Kept at its own size: the writer's buffer was made with room to spare.
+    text.shrink_to_fit();
     file.text.swap(text);
     return true;
 }

@@ -94,7 +94,27 @@ TEST_F(ClientSources, TypeNameLengthsAreThoseOfTheNames)
     for (int type = 0; type < CLIENT_TYPES; ++type) {
         EXPECT_EQ(client_usage_type_name_length[type], strlen(client_usage_type_name[type])) << type;
         EXPECT_LE(client_usage_type_name_length[type], CLIENT_TYPE_NAME_MAX) << type;
+        // The padded copy holds the same name and NUL bytes after it.
+        EXPECT_STREQ(client_usage_type_name_padded[type], client_usage_type_name[type]) << type;
+        EXPECT_LT(CLIENT_TYPE_NAME_MAX, CLIENT_TYPE_NAME_PADDED);
     }
+}
+
+TEST_F(ClientSources, RecordKeepsItsAddressTextNulPaddedWithItsLength)
+{
+    client_table* table = static_cast<client_table*>(calloc(1, sizeof(client_table)));
+    ASSERT_NE(table, nullptr);
+    client_record* r = add_client(*table, 1, "10.1.2.3");
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(r->address_length, 8);
+    EXPECT_EQ(std::string(r->address_text, sizeof r->address_text), std::string("10.1.2.3") + std::string(8, '\0'));
+    // A text of 16 characters or more is cut to 15, as the fixed array holds.
+    client_record* longer = add_client(*table, 2, "192.168.100.1000");
+    ASSERT_NE(longer, nullptr);
+    EXPECT_EQ(longer->address_length, 15);
+    EXPECT_STREQ(longer->address_text, "192.168.100.100");
+    free_client_records(*table);
+    free(table);
 }
 
 TEST_F(ClientSources, TypeOfAHistoryNameIsLanForAnyUnknownName)
