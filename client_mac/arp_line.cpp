@@ -2,21 +2,20 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace {
-
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-bool is_hex(char c) { return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
 // The character classes of the format, one bit each in a table of the 256 byte values:
 // a line is ~80 bytes, mostly the blanks that pad the columns, so the scan costs a table
 // look-up per byte.
 enum : unsigned char {
-    SPACE = 1,     // isspace in the C locale, as scanf's white-space directive and %s use it
-    ADDRESS = 2,   // [0-9.]
-    FLAGS = 4,     // [0-9A-Fa-fx]
-    MAC = 8,       // [0-9A-Fa-f:]
-    NOT_SPACE = 16 // %s: anything but white space and the end of the text
+    SPACE = 1,      // isspace in the C locale, as scanf's white-space directive and %s use it
+    ADDRESS = 2,    // [0-9.]
+    FLAGS = 4,      // [0-9A-Fa-fx]
+    MAC = 8,        // [0-9A-Fa-f:]
+    NOT_SPACE = 16, // %s: anything but white space and the end of the text
+    HEX = 32        // a hexadecimal digit, for the flags' value
 };
 
 struct char_classes {
@@ -42,6 +41,8 @@ constexpr char_classes make_char_classes()
             bits |= MAC;
         if (!space && i != 0)
             bits |= NOT_SPACE;
+        if (hex)
+            bits |= HEX;
         t.of[i] = static_cast<unsigned char>(bits);
     }
     return t;
@@ -51,16 +52,77 @@ constexpr char_classes CLASSES = make_char_classes();
 
 inline bool in_class(char c, unsigned cls) { return (CLASSES.of[static_cast<unsigned char>(c)] & cls) != 0; }
 
-// White space: the runs of ' ' that pad the columns four bytes a step, then any white
-// space one by one. Each byte is looked at only after the one before it was found to be a
-// blank, so nothing past the end of the text is read.
-inline const char* skip_spaces(const char* p)
+// The run of ' ' that pads a column, eight bytes a step. Each byte is looked at only after
+// the one before it was found to be a blank, so nothing past the end of the text is read.
+inline const char* skip_blanks(const char* p)
 {
-    while (p[0] == ' ' && p[1] == ' ' && p[2] == ' ' && p[3] == ' ')
-        p += 4;
-    while (in_class(*p, SPACE))
-        ++p;
+    for (;; p += 8) {
+        if (p[0] != ' ')
+            return p;
+        if (p[1] != ' ')
+            return p + 1;
+        if (p[2] != ' ')
+            return p + 2;
+        if (p[3] != ' ')
+            return p + 3;
+        if (p[4] != ' ')
+            return p + 4;
+        if (p[5] != ' ')
+            return p + 5;
+        if (p[6] != ' ')
+            return p + 6;
+        if (p[7] != ' ')
+            return p + 7;
+    }
+}
+
+// scanf's white-space directive before a field of the class: the blanks, then any other
+// white space (rare: the kernel pads with ' ' only) one by one.
+template <unsigned Class>
+inline const char* field_start(const char* p)
+{
+    p = skip_blanks(p);
+    if (!in_class(*p, Class))
+        while (in_class(*p, SPACE))
+            ++p;
     return p;
+}
+
+// How many of the first Width characters from p, at most, are of the class: the test of
+// each character written out (index N onwards), so a character costs a look-up and a
+// branch. A character is looked at only after the one before it was found in the class,
+// which the end of the text is not.
+template <unsigned Class, size_t Width, size_t N = 0>
+inline size_t run_length(const char* p)
+{
+    if constexpr (N == Width) {
+        return Width;
+    } else {
+        if (!in_class(p[N], Class))
+            return N;
+        return run_length<Class, Width, N + 1>(p);
+    }
+}
+
+// Copies n characters, 1 <= n <= Width <= 32, already known to be in the text, by two
+// copies of a fixed size that overlap when n is not that size.
+template <size_t Width>
+inline void copy_short(char* out, const char* p, size_t n)
+{
+    if (Width >= 16 && n >= 16) {
+        memcpy(out, p, 16);
+        memcpy(out + n - 16, p + n - 16, 16);
+    } else if (Width >= 8 && n >= 8) {
+        memcpy(out, p, 8);
+        memcpy(out + n - 8, p + n - 8, 8);
+    } else if (Width >= 4 && n >= 4) {
+        memcpy(out, p, 4);
+        memcpy(out + n - 4, p + n - 4, 4);
+    } else {
+        out[0] = p[0];
+        out[n / 2] = p[n / 2];
+        out[n - 1] = p[n - 1];
+    }
 }
 
 // A conversion of at most Width characters of the class into out, NUL-terminated. Returns
@@ -68,13 +130,11 @@ inline const char* skip_spaces(const char* p)
 template <unsigned Class, size_t Width>
 inline const char* take(const char* p, char* out)
 {
-    size_t n = 0;
-    while (n < Width && in_class(p[n], Class)) {
-        out[n] = p[n];
-        ++n;
-    }
+    static_assert(Width >= 1 && Width <= 32, "copy_short copies up to 32 characters");
+    const size_t n = run_length<Class, Width>(p);
     if (n == 0)
         return nullptr;
+    copy_short<Width>(out, p, n);
     out[n] = '\0';
     return p + n;
 }
@@ -84,10 +144,17 @@ inline const char* take(const char* p, char* out)
 template <unsigned Class>
 inline const char* pass(const char* p)
 {
-    const char* start = p;
-    while (in_class(*p, Class))
+    if (!in_class(*p, Class))
+        return nullptr;
+    do
         ++p;
-    return p == start ? nullptr : p;
+    while (in_class(*p, Class));
+    return p;
+}
+
+inline unsigned hex_value(char c)
+{
+    return c <= '9' ? static_cast<unsigned>(c - '0') : static_cast<unsigned>((c | 0x20) - 'a' + 10);
 }
 
 } // namespace
@@ -97,33 +164,38 @@ bool scan_arp_line(const char* line, arp_line* f)
     const char* p = take<ADDRESS, sizeof(arp_line::ip) - 1>(line, f->ip);
     if (!p)
         return false;
-    p = pass<FLAGS>(skip_spaces(p)); // the hardware type
+    p = pass<FLAGS>(field_start<FLAGS>(p)); // the hardware type
     if (!p)
         return false;
-    p = take<FLAGS, sizeof(arp_line::flags) - 1>(skip_spaces(p), f->flags);
+    p = take<FLAGS, sizeof(arp_line::flags) - 1>(field_start<FLAGS>(p), f->flags);
     if (!p)
         return false;
-    p = take<MAC, sizeof(arp_line::mac) - 1>(skip_spaces(p), f->mac);
+    p = take<MAC, sizeof(arp_line::mac) - 1>(field_start<MAC>(p), f->mac);
     if (!p)
         return false;
-    p = pass<NOT_SPACE>(skip_spaces(p)); // the mask
+    p = pass<NOT_SPACE>(field_start<NOT_SPACE>(p)); // the mask
     if (!p)
         return false;
-    return take<NOT_SPACE, sizeof(arp_line::device) - 1>(skip_spaces(p), f->device) != nullptr;
+    return take<NOT_SPACE, sizeof(arp_line::device) - 1>(field_start<NOT_SPACE>(p), f->device) != nullptr;
 }
 
 unsigned arp_flags_low_byte(const char* text)
 {
     const char* p = text;
-    if (p[0] == '0' && (p[1] == 'x' || p[1] == 'X') && is_hex(p[2]))
+    if (p[0] == '0' && (p[1] | 0x20) == 'x' && in_class(p[2], HEX))
         p += 2;
+    // The common flags, "0x2" or "0x6" and the like: one or two digits.
+    if (in_class(p[0], HEX)) {
+        if (!in_class(p[1], HEX))
+            return hex_value(p[0]);
+        if (!in_class(p[2], HEX))
+            return (hex_value(p[0]) << 4 | hex_value(p[1])) & 0xff;
+    }
     uint64_t value = 0;
-    for (; is_hex(*p); ++p) {
-        const unsigned digit = is_digit(*p) ? static_cast<unsigned>(*p - '0')
-                                            : static_cast<unsigned>((*p | 0x20) - 'a' + 10);
+    for (; in_class(*p, HEX); ++p) {
         if (value > (UINT64_MAX >> 4))
             return 0xff; // beyond 64 bits: strtoull gives its largest value
-        value = (value << 4) | digit;
+        value = (value << 4) | hex_value(*p);
     }
     return static_cast<unsigned>(value & 0xff);
 }

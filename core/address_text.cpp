@@ -3,35 +3,83 @@
 #include <arpa/inet.h>
 #include <cstring>
 
-bool address_from_text(const char* text, uint32_t* address)
+namespace {
+
+// What each byte is to the common form: a decimal digit its value, '.' DOT, the end of the
+// text END, anything else OTHER. One look-up tells a digit, a separator and the rest apart.
+enum : unsigned char { DOT = 10, END = 11, OTHER = 12 };
+
+struct part_chars {
+    unsigned char of[256];
+};
+
+constexpr part_chars make_part_chars()
 {
-    unsigned char bytes[4];
-    const char* p = text;
-    for (int part = 0; part < 4; ++part) {
-        if (static_cast<unsigned>(*p - '0') > 9)
-            break;
-        // A leading zero makes inet_aton read the part as octal (or hexadecimal after
-        // "0x"): only a lone 0 is taken here.
-        unsigned value = static_cast<unsigned>(*p++ - '0');
-        int digits = 1;
-        if (value != 0)
-            for (; digits < 3 && static_cast<unsigned>(*p - '0') <= 9; ++digits)
-                value = value * 10 + static_cast<unsigned>(*p++ - '0');
-        if (value > 255 || static_cast<unsigned>(*p - '0') <= 9)
-            break;
-        bytes[part] = static_cast<unsigned char>(value);
-        if (part < 3) {
-            if (*p != '.')
-                break;
-            ++p;
-        } else if (*p == '\0') {
-            memcpy(address, bytes, sizeof bytes);
-            return true;
-        }
+    part_chars t{};
+    for (int i = 0; i < 256; ++i)
+        t.of[i] = static_cast<unsigned char>(i >= '0' && i <= '9' ? i - '0' : i == '.' ? DOT : i == 0 ? END : OTHER);
+    return t;
+}
+
+constexpr part_chars PART_CHARS = make_part_chars();
+
+inline unsigned part_char(const char* p) { return PART_CHARS.of[static_cast<unsigned char>(*p)]; }
+
+// One part of the common form at p: a lone 0 or one to three decimal digits without a
+// leading zero, of at most 255, followed by `after` (DOT or END). Gives the text after
+// that, or null for anything else. A character is looked at only after the one before it
+// was found to be a digit, so nothing past the end of the text is read.
+inline const char* read_part(const char* p, unsigned after, unsigned char* byte)
+{
+    const unsigned d0 = part_char(p);
+    if (d0 > 9)
+        return nullptr;
+    const unsigned d1 = part_char(p + 1);
+    if (d1 == after) {
+        *byte = static_cast<unsigned char>(d0);
+        return p + 2;
     }
+    // A leading zero makes inet_aton read the part as octal (or hexadecimal after "0x"):
+    // only a lone 0 is taken here.
+    if (d1 > 9 || d0 == 0)
+        return nullptr;
+    const unsigned d2 = part_char(p + 2);
+    if (d2 == after) {
+        *byte = static_cast<unsigned char>(d0 * 10 + d1);
+        return p + 3;
+    }
+    if (d2 > 9)
+        return nullptr;
+    const unsigned value = d0 * 100 + d1 * 10 + d2;
+    if (value > 255 || part_char(p + 3) != after)
+        return nullptr;
+    *byte = static_cast<unsigned char>(value);
+    return p + 4;
+}
+
+// Every other form, as inet_aton reads it; kept out of the common path so that it needs no
+// stack frame of its own.
+__attribute__((noinline)) bool address_by_inet_aton(const char* text, uint32_t* address)
+{
     struct in_addr a;
     if (!inet_aton(text, &a))
         return false;
     *address = a.s_addr;
     return true;
+}
+
+} // namespace
+
+bool address_from_text(const char* text, uint32_t* address)
+{
+    // The common form, read here: every part followed by its '.', the last by the end of
+    // the text. Any other text is left to inet_aton.
+    unsigned char bytes[4];
+    const char* p = text;
+    if ((p = read_part(p, DOT, &bytes[0])) && (p = read_part(p, DOT, &bytes[1])) &&
+        (p = read_part(p, DOT, &bytes[2])) && read_part(p, END, &bytes[3])) {
+        memcpy(address, bytes, sizeof bytes);
+        return true;
+    }
+    return address_by_inet_aton(text, address);
 }

@@ -1,9 +1,13 @@
-// The ARP table's field scanner against the sscanf format it replaces, and the MAC text
-// reader against the six strtoll fields: the input as one line; any difference aborts.
+// The ARP table's field scanner against the sscanf format it replaces, the MAC text reader
+// against the six strtoll fields and the address reader against inet_aton: the input as one
+// line, and the address field the scanner gives; any difference aborts.
 #include "fuzz_root.h"
 
 #include "client_mac/arp_line.h"
 #include "client_mac/mac_usage.h"
+#include "core/address_text.h"
+
+#include <arpa/inet.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +15,17 @@
 #include <string>
 
 namespace {
+
+// address_from_text gives what inet_aton gives, and leaves the address alone when refused.
+bool same_address(const char* text)
+{
+    struct in_addr a;
+    const bool accepted = inet_aton(text, &a) != 0;
+    uint32_t address = 0x5a5a5a5a;
+    if (address_from_text(text, &address) != accepted)
+        return false;
+    return accepted ? address == a.s_addr : address == 0x5a5a5a5au;
+}
 
 uint64_t mac_by_strtoll(const char* text)
 {
@@ -46,6 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (taken && arp_flags_low_byte(f.flags) != static_cast<unsigned>(strtoull(f.flags, nullptr, 16) & 0xff))
         abort();
     if (parse_mac_text(line.c_str()) != mac_by_strtoll(line.c_str()))
+        abort();
+    if (!same_address(line.c_str()) || (taken && !same_address(f.ip)))
         abort();
     return 0;
 }

@@ -199,3 +199,77 @@ TEST(ArpLine, MacTextAsItsSixStrtollFields)
         ASSERT_EQ(parse_mac_text(text.c_str()), mac_by_strtoll(text.c_str())) << text;
     }
 }
+
+TEST(ArpLine, SameAsSscanfForEveryFieldLengthUpToPastItsWidth)
+{
+    // Each field from empty to three characters past its width: the copies of every length
+    // and the cut at the width.
+    const std::string fields[] = {"192.168.1.20", "0x1", "0x2", "02:00:c0:a8:01:14", "*", "br0"};
+    const char fill[] = {'1', 'a', 'B', 'c', '*', 'd'};
+    for (int field = 0; field < 6; ++field)
+        for (size_t length = 0; length <= 22; ++length) {
+            std::string parts[6] = {fields[0], fields[1], fields[2], fields[3], fields[4], fields[5]};
+            parts[field] = std::string(length, fill[field]);
+            for (size_t k = 0; k < length; k += 3)
+                parts[field][k] = field == 0 ? '.' : field == 3 ? ':' : parts[field][k];
+            std::string line;
+            for (int k = 0; k < 6; ++k)
+                line += (k ? "   " : "") + parts[k];
+            expect_same(line);
+            expect_same(line + "\n");
+            if (HasFatalFailure())
+                return;
+        }
+}
+
+TEST(ArpLine, SameAsSscanfForEveryByteInEveryPlaceOfALine)
+{
+    const std::string base = "10.1.0.7         0x1         0x2         02:00:0a:01:00:07     *        br0\n";
+    for (size_t at = 0; at <= base.size(); ++at) {
+        expect_same(base.substr(0, at));
+        for (int c = 1; c < 256; ++c) {
+            std::string replaced = base;
+            if (at < base.size())
+                replaced[at] = static_cast<char>(c);
+            else
+                replaced += static_cast<char>(c);
+            expect_same(replaced);
+            if (HasFatalFailure())
+                return;
+        }
+    }
+}
+
+TEST(ArpLine, SameAsSscanfForRandomBytes)
+{
+    std::mt19937 random(808);
+    const char alphabet[] = "0123456789.:abcdefABCDEFxX      \t\n\v\f\r*-brlan";
+    for (int i = 0; i < 200000; ++i) {
+        std::string line(random() % 90, ' ');
+        const bool any_byte = random() % 4 == 0;
+        for (char& c : line)
+            c = any_byte ? static_cast<char>(1 + random() % 255) : alphabet[random() % (sizeof alphabet - 1)];
+        expect_same(line);
+        if (HasFatalFailure())
+            return;
+    }
+}
+
+TEST(ArpLine, FlagsLowByteAsStrtoullForGeneratedFlags)
+{
+    // Texts of the flags' characters (those the scanner gives) of every length 0 to 20.
+    std::mt19937 random(606);
+    const char alphabet[] = "0123456789abcdefABCDEFxX00";
+    for (size_t length = 0; length <= 20; ++length)
+        for (int i = 0; i < 10000; ++i) {
+            std::string text(length, '0');
+            for (char& c : text)
+                c = alphabet[random() % (sizeof alphabet - 1)];
+            if (length >= 2 && random() % 2 == 0) {
+                text[0] = '0';
+                text[1] = random() % 2 ? 'x' : 'X';
+            }
+            ASSERT_EQ(arp_flags_low_byte(text.c_str()), static_cast<unsigned>(strtoull(text.c_str(), nullptr, 16) & 0xff))
+                << text;
+        }
+}
