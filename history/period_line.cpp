@@ -7,18 +7,58 @@
 
 namespace {
 
+// Writes tm's date as strftime's "%Y-%m-%d" (and "-%H" when with_hour) writes it, for the
+// fields of a real date: a year of 1,000 to 9,999, a month, a day of 1 to 31 and an hour.
+// Returns the end, or null for other fields, which are left to strftime.
+char* write_date(char* out, const struct tm& tm, bool with_hour)
+{
+    const long long year = static_cast<long long>(tm.tm_year) + 1900;
+    if (year < 1000 || year > 9999 || tm.tm_mon < 0 || tm.tm_mon > 11 || tm.tm_mday < 1 || tm.tm_mday > 31 ||
+        (with_hour && (tm.tm_hour < 0 || tm.tm_hour > 23)))
+        return nullptr;
+    out = write_unsigned(out, static_cast<uint64_t>(year));
+    const int fields[3] = {tm.tm_mon + 1, tm.tm_mday, tm.tm_hour};
+    for (int k = 0; k < (with_hour ? 3 : 2); ++k) {
+        *out++ = '-';
+        *out++ = static_cast<char>('0' + fields[k] / 10);
+        *out++ = static_cast<char>('0' + fields[k] % 10);
+    }
+    return out;
+}
+
+// The date by hand, or by strftime with the format for any other fields; null when
+// strftime writes nothing. out has room for 16 characters.
+char* write_date_or_strftime(char* out, const struct tm& tm, bool with_hour)
+{
+    if (char* end = write_date(out, tm, with_hour))
+        return end;
+    const size_t n = strftime(out, 16, with_hour ? "%Y-%m-%d-%H" : "%Y-%m-%d", &tm);
+    return n == 0 ? nullptr : out + n;
+}
+
+// Appends ",value,value\n" (the values in decimal, as "%llu") and writes the line.
+void finish_line(FILE* stream, char* line, char* at, uint64_t value1, uint64_t value2)
+{
+    *at++ = ',';
+    at = write_unsigned(at, value1);
+    *at++ = ',';
+    at = write_unsigned(at, value2);
+    *at++ = '\n';
+    fwrite(line, 1, static_cast<size_t>(at - line), stream);
+}
+
 // One line "date,value,value": the live files show MiB (32-bit values, "%lu"), the backups
 // bytes ("%llu"); both print the same digits for the same number, so one writer serves.
-void write_dated(FILE* stream, const struct tm& tm, const char* date_format, uint64_t value1,
-                 uint64_t value2)
+// The line is formatted by hand into one buffer, as strftime and fprintf would write it.
+void write_dated(FILE* stream, const struct tm& tm, bool with_hour, uint64_t value1, uint64_t value2)
 {
     if (!dated_since_2009(tm))
         return;
-    char date[16];
-    if (strftime(date, sizeof date, date_format, &tm) == 0)
+    char line[16 + 2 * UNSIGNED_DIGITS_MAX + 3];
+    char* at = write_date_or_strftime(line, tm, with_hour);
+    if (!at)
         return;
-    fprintf(stream, "%s,%llu,%llu\n", date, static_cast<unsigned long long>(value1),
-            static_cast<unsigned long long>(value2));
+    finish_line(stream, line, at, value1, value2);
 }
 
 // One line "first day,last day,value,value".
@@ -27,13 +67,15 @@ void write_two_dates(FILE* stream, const struct tm& first, const struct tm& last
 {
     if (!dated_since_2009(first) || !dated_since_2009(last))
         return;
-    char from[16];
-    char to[16];
-    if (strftime(from, sizeof from, "%Y-%m-%d", &first) == 0 ||
-        strftime(to, sizeof to, "%Y-%m-%d", &last) == 0)
+    char line[2 * 16 + 1 + 2 * UNSIGNED_DIGITS_MAX + 3];
+    char* at = write_date_or_strftime(line, first, false);
+    if (!at)
         return;
-    fprintf(stream, "%s,%s,%llu,%llu\n", from, to, static_cast<unsigned long long>(value1),
-            static_cast<unsigned long long>(value2));
+    *at++ = ',';
+    at = write_date_or_strftime(at, last, false);
+    if (!at)
+        return;
+    finish_line(stream, line, at, value1, value2);
 }
 
 // A date in the given format at text; returns the text after it, or null.
@@ -67,12 +109,12 @@ bool dated_since_2009(const struct tm& tm)
 
 void write_hourly_line(FILE* stream, const struct tm& tm, uint32_t mib1, uint32_t mib2)
 {
-    write_dated(stream, tm, "%Y-%m-%d-%H", mib1, mib2);
+    write_dated(stream, tm, true, mib1, mib2);
 }
 
 void write_daily_line(FILE* stream, const struct tm& tm, uint32_t mib1, uint32_t mib2)
 {
-    write_dated(stream, tm, "%Y-%m-%d", mib1, mib2);
+    write_dated(stream, tm, false, mib1, mib2);
 }
 
 void write_period_line(FILE* stream, const struct tm& first, const struct tm& last, uint32_t mib1,
@@ -83,12 +125,12 @@ void write_period_line(FILE* stream, const struct tm& first, const struct tm& la
 
 void write_hourly_backup_line(FILE* stream, const struct tm& tm, uint64_t bytes1, uint64_t bytes2)
 {
-    write_dated(stream, tm, "%Y-%m-%d-%H", bytes1, bytes2);
+    write_dated(stream, tm, true, bytes1, bytes2);
 }
 
 void write_daily_backup_line(FILE* stream, const struct tm& tm, uint64_t bytes1, uint64_t bytes2)
 {
-    write_dated(stream, tm, "%Y-%m-%d", bytes1, bytes2);
+    write_dated(stream, tm, false, bytes1, bytes2);
 }
 
 void write_period_backup_line(FILE* stream, const struct tm& first, const struct tm& last,

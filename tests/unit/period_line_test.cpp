@@ -4,6 +4,7 @@
 #include "history/period_line.h"
 
 #include <cstdio>
+#include <random>
 #include <string>
 
 namespace {
@@ -134,3 +135,80 @@ TEST_F(PeriodLine, RewriteKeepsParsedLinesBeforeTheLimitAndDropsTheRest)
 }
 
 } // namespace
+
+namespace {
+
+// The lines as strftime and fprintf write them: the reference of the writers.
+std::string reference_dated(const struct tm& tm, const char* format, unsigned long long v1, unsigned long long v2)
+{
+    if (!dated_since_2009(tm))
+        return "";
+    char date[16];
+    if (strftime(date, sizeof date, format, &tm) == 0)
+        return "";
+    char line[128];
+    snprintf(line, sizeof line, "%s,%llu,%llu\n", date, v1, v2);
+    return line;
+}
+
+std::string reference_two_dates(const struct tm& first, const struct tm& last, unsigned long long v1,
+                                unsigned long long v2)
+{
+    if (!dated_since_2009(first) || !dated_since_2009(last))
+        return "";
+    char from[16], to[16];
+    if (strftime(from, sizeof from, "%Y-%m-%d", &first) == 0 || strftime(to, sizeof to, "%Y-%m-%d", &last) == 0)
+        return "";
+    char line[128];
+    snprintf(line, sizeof line, "%s,%s,%llu,%llu\n", from, to, v1, v2);
+    return line;
+}
+
+// Fields of every kind: real dates from 2008 to 12000, and fields out of their ranges as a
+// line read back from a damaged file can give them.
+struct tm random_fields(std::mt19937_64& random)
+{
+    struct tm tm = {};
+    const unsigned kind = random() % 4;
+    if (kind == 0) {
+        const time_t t = static_cast<time_t>(1200000000 + random() % 9000000000ULL);
+        tm = local_tm(t);
+    } else {
+        tm.tm_year = static_cast<int>(random() % 12000) - 1900;
+        tm.tm_mon = static_cast<int>(random() % 16) - 2;
+        tm.tm_mday = static_cast<int>(random() % 40) - 4;
+        tm.tm_hour = static_cast<int>(random() % 30) - 3;
+        if (kind == 3) {
+            tm.tm_year = 2009 - 1900 + static_cast<int>(random() % 40);
+            tm.tm_mon = static_cast<int>(random() % 12);
+            tm.tm_mday = 1 + static_cast<int>(random() % 31);
+            tm.tm_hour = static_cast<int>(random() % 24);
+        }
+        tm.tm_isdst = -1;
+    }
+    return tm;
+}
+
+} // namespace
+
+TEST_F(PeriodLine, WritersGiveWhatStrftimeAndFprintfGiveForAnyFields)
+{
+    set_tz("Europe/Berlin");
+    std::mt19937_64 random(20261124);
+    for (int i = 0; i < 20000; ++i) {
+        const struct tm a = random_fields(random);
+        const struct tm b = random_fields(random);
+        const uint64_t v1 = random() >> (random() % 64);
+        const uint64_t v2 = random() >> (random() % 64);
+        const uint32_t m1 = static_cast<uint32_t>(v1);
+        const uint32_t m2 = static_cast<uint32_t>(v2);
+        ASSERT_EQ(written([&](FILE* f) { write_hourly_line(f, a, m1, m2); }), reference_dated(a, "%Y-%m-%d-%H", m1, m2));
+        ASSERT_EQ(written([&](FILE* f) { write_daily_line(f, a, m1, m2); }), reference_dated(a, "%Y-%m-%d", m1, m2));
+        ASSERT_EQ(written([&](FILE* f) { write_hourly_backup_line(f, a, v1, v2); }),
+                  reference_dated(a, "%Y-%m-%d-%H", v1, v2));
+        ASSERT_EQ(written([&](FILE* f) { write_daily_backup_line(f, a, v1, v2); }), reference_dated(a, "%Y-%m-%d", v1, v2));
+        ASSERT_EQ(written([&](FILE* f) { write_period_line(f, a, b, m1, m2); }), reference_two_dates(a, b, m1, m2));
+        ASSERT_EQ(written([&](FILE* f) { write_period_backup_line(f, a, b, v1, v2); }),
+                  reference_two_dates(a, b, v1, v2));
+    }
+}
