@@ -228,11 +228,12 @@ void reload_wan_addresses()
         wan.lengths.push_back(strlen(fresh->items[k]));
 }
 
-bool is_wan_address(const char* text)
+bool is_wan_address(const char* text) { return is_wan_address(text, strlen(text)); }
+
+bool is_wan_address(const char* text, size_t length)
 {
     if (!wan.set)
         return false;
-    const size_t length = strlen(text);
     for (int k = 0; k < wan.set->count; ++k)
         if (wan.lengths[static_cast<size_t>(k)] == length && wan.set->items[k][0] == text[0] &&
             memcmp(wan.set->items[k], text, length) == 0)

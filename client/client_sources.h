@@ -3,6 +3,8 @@
 // clients at all.
 #pragma once
 
+#include <cstddef>
+
 #include "client/client_table.h"
 
 #include <string>
@@ -17,6 +19,8 @@ void reload_wan_addresses();
 
 // Whether text is one of the router's WAN addresses.
 bool is_wan_address(const char* text);
+// The same for a text of length characters (its NUL after them).
+bool is_wan_address(const char* text, size_t length);
 
 // Gives every client of the table its source type: "lan", then static routes, then the
 // PPTP and L2TP user files, then the VPN links; a later source overrides an earlier one.

@@ -174,14 +174,15 @@ void read_client_usage(client_usage_tables* tables)
         const char* colon = strchr(line, ':');
         if (colon && colon != line && isdigit(static_cast<unsigned char>(colon[1 + strspn(colon + 1, " \t")])))
             reading_time = static_cast<time_t>(strtoull(colon + 1, nullptr, 10));
-        while (lines.next(line, sizeof line)) {
+        size_t length = 0;
+        while (const char* piece = lines.next_in_place(line, sizeof line, &length)) {
             std::string address;
             uint64_t first = 0, second = 0;
-            if (!parse_client_usage_line(line, &address, &first, &second))
+            if (!parse_client_usage_line(piece, &address, &first, &second))
                 continue;
             if (address.empty() ||
                 (lan_address && address.size() == lan_length && memcmp(address.data(), lan_address, lan_length) == 0) ||
-                is_wan_address(address.c_str()))
+                is_wan_address(address.c_str(), address.size()))
                 continue;
             uint32_t a = 0;
             if (address.size() >= sizeof(client_record::address_text) || !address_from_text(address.c_str(), &a) ||

@@ -97,11 +97,19 @@ char* write_entry_line(char* out, const mac_usage_entry& e)
     return out;
 }
 
-// An entry to be written and its total, the sort key.
+// An entry to be written, its total and its place in the gathering order: the sort key.
 struct save_key {
     uint64_t total;
+    uint32_t place;
     const mac_usage_entry* entry;
 };
+
+// Larger totals first; of equal totals, the one gathered first. A strict order (no two keys
+// are equal), so that any sort gives the one order that a stable sort by total gives.
+bool written_before(const save_key& a, const save_key& b)
+{
+    return a.total != b.total ? a.total > b.total : a.place < b.place;
+}
 
 int type_index(const char* name)
 {
@@ -126,21 +134,25 @@ void ruvo_client_mac_usage_save()
     }
     size_t count = 0;
     for (const mac_usage_entry* head : mac_usage_table)
-        for (const mac_usage_entry* e = head; e && count < capacity; e = e->next)
-            keys[count++] = save_key{total(*e), e};
-    // Larger totals first. The sort must be stable: entries with equal totals keep the
-    // order in which they were gathered, the order the files have always had (the C
-    // library's stable merge sort gave it before), so that the same table always gives the
-    // same file and which entries make the 8192-line cut does not change.
-    if (count > 1)
-        std::stable_sort(keys, keys + count,
-                         [](const save_key& a, const save_key& b) { return a.total > b.total; });
+        for (const mac_usage_entry* e = head; e && count < capacity; e = e->next) {
+            keys[count] = save_key{total(*e), static_cast<uint32_t>(count), e};
+            ++count;
+        }
+    // Larger totals first, and entries with equal totals in the order in which they were
+    // gathered: the order the files have always had (the C library's stable merge sort gave
+    // it before), so that the same table always gives the same file and which entries make
+    // the 8192-line cut does not change. Only the lines written need sorting: above the
+    // cut the first 8192 keys are selected, then sorted.
+    const size_t lines = count < static_cast<size_t>(LINES_MAX) ? count : static_cast<size_t>(LINES_MAX);
+    if (count > lines)
+        std::nth_element(keys, keys + lines, keys + count, written_before);
+    if (lines > 1)
+        std::sort(keys, keys + lines, written_before);
     std::string name = mac_hour_name(mac_usage_hour);
     atomic_file out(TEMPORARY);
     if (!name.empty() && out.is_open()) {
         // The largest users of the hour.
         std::string& text = out.text();
-        const size_t lines = count < static_cast<size_t>(LINES_MAX) ? count : static_cast<size_t>(LINES_MAX);
         for (size_t i = 0; i < lines; ++i) {
             char line[LINE_MAX_TEXT];
             text.append(line, static_cast<size_t>(write_entry_line(line, *keys[i].entry) - line));

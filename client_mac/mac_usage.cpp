@@ -119,9 +119,10 @@ int load_proc_net_arp(arp_table& table)
     file_ptr f = open_for_reading(PROC_NET_ARP);
     if (!f)
         return -1;
-    char line[LINE_SIZE];
+    char spare[LINE_SIZE];
     line_reader lines(f.get());
-    while (lines.next(line, sizeof line)) {
+    size_t length = 0;
+    while (const char* line = lines.next_in_place(spare, sizeof spare, &length)) {
         arp_line fields;
         if (!scan_arp_line(line, &fields))
             continue;
@@ -212,41 +213,54 @@ constexpr hex_values HEX_VALUES = make_hex_values();
 
 uint64_t parse_mac_text(const char* text)
 {
-    // The common form, six pairs of hexadecimal digits with ':' between and no digit after,
-    // read here: strtoll reads each pair as the same number. A byte is looked at only after
-    // the one before it was found to be a digit or the separator, so nothing past the end
-    // of the text is read.
-    const unsigned char* pair = reinterpret_cast<const unsigned char*>(text);
-    uint64_t pairs = 0;
-    bool common = true;
-    for (int field = 0; field < 6; ++field, pair += 3) {
-        const unsigned high = HEX_VALUES.of[pair[0]];
-        if (high > 15) {
-            common = false;
-            break;
+    // Any text as the six strtoll fields read it. Not inlined, so that the common form
+    // below needs no stack frame of its own.
+    const auto by_strtoll = [](const char* p) __attribute__((noinline)) -> uint64_t {
+        uint64_t mac = 0;
+        for (int field = 0; field < 6; ++field) {
+            char* end = nullptr;
+            long long value = strtoll(p, &end, 16);
+            if (end == p)
+                return 0; // a field without digits: no MAC
+            mac = (mac << 8) + static_cast<uint64_t>(value);
+            p = end;
+            if (field < 5 && *p != '\0')
+                ++p; // the separator, whatever it is
         }
-        const unsigned low = HEX_VALUES.of[pair[1]];
-        if (low > 15 || (field < 5 ? pair[2] != ':' : HEX_VALUES.of[pair[2]] <= 15)) {
-            common = false;
-            break;
-        }
-        pairs = (pairs << 8) | (high << 4 | low);
+        return mac;
+    };
+    // A pair of hexadecimal digits as a number, 256 when either byte is no digit; the
+    // second byte is looked at only after the first was found to be a digit.
+    const auto hex_pair = [](const unsigned char* t) -> unsigned {
+        const unsigned high = HEX_VALUES.of[t[0]];
+        if (high > 15)
+            return 256;
+        const unsigned low = HEX_VALUES.of[t[1]];
+        if (low > 15)
+            return 256;
+        return high << 4 | low;
+    };
+    // The common form, six pairs with ':' between and no digit after, read here: strtoll
+    // reads each pair as the same number. Each pair is read only after the ':' before it,
+    // so nothing past the end of the text is read. The first three pairs and the last three
+    // are put together in 32 bits each, which 32-bit CPUs do in single registers.
+    const unsigned char* t = reinterpret_cast<const unsigned char*>(text);
+    uint32_t high = 0, low = 0;
+#pragma GCC unroll 3
+    for (int pair = 0; pair < 3; ++pair, t += 3) {
+        const unsigned b = hex_pair(t);
+        if (b > 255 || t[2] != ':')
+            return by_strtoll(text);
+        high = high << 8 | b;
     }
-    if (common)
-        return pairs;
-    uint64_t mac = 0;
-    const char* p = text;
-    for (int field = 0; field < 6; ++field) {
-        char* end = nullptr;
-        long long value = strtoll(p, &end, 16);
-        if (end == p)
-            return 0; // a field without digits: no MAC
-        mac = (mac << 8) + static_cast<uint64_t>(value);
-        p = end;
-        if (field < 5 && *p != '\0')
-            ++p; // the separator, whatever it is
+#pragma GCC unroll 3
+    for (int pair = 3; pair < 6; ++pair, t += 3) {
+        const unsigned b = hex_pair(t);
+        if (b > 255 || (pair < 5 ? t[2] != ':' : HEX_VALUES.of[t[2]] <= 15))
+            return by_strtoll(text);
+        low = low << 8 | b;
     }
-    return mac;
+    return static_cast<uint64_t>(high) << 24 | low;
 }
 
 mac_usage_entry* insert_mac_usage(uint64_t mac, uint32_t address, int32_t type, uint64_t second, uint64_t first)

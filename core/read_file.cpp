@@ -168,8 +168,10 @@ bool line_reader::refill()
     begin_ = end_ = 0;
     if (ended_)
         return false;
-    end_ = fread(block_, 1, sizeof block_, in_);
-    if (end_ < sizeof block_) {
+    constexpr size_t BLOCK = sizeof block_ - 1;
+    end_ = fread(block_, 1, BLOCK, in_);
+    block_[end_] = '\0'; // defined, for the byte a piece given in place stands NUL in
+    if (end_ < BLOCK) {
         if (ferror(in_) && errno == EAGAIN) {
             // No data yet from a writer that is still there: this piece ends here, and the
             // next call asks again, as fgets does.
@@ -182,17 +184,23 @@ bool line_reader::refill()
     return end_ > 0;
 }
 
-bool line_reader::next(char* line, size_t size)
+bool line_reader::next(char* line, size_t size) { return gather(line, size) > 0; }
+
+size_t line_reader::gather(char* line, size_t size)
 {
+    if (restore_) {
+        block_[begin_] = saved_;
+        restore_ = false;
+    }
     if (size < 2)
-        return false;
+        return 0;
     const size_t room = size - 1;
     size_t count = 0;
     while (count < room) {
         if (begin_ == end_ && !refill()) {
             // fgets drops the piece whose read failed; the lines before it were given.
             if (failed_)
-                return false;
+                return 0;
             break;
         }
         const size_t wanted = std::min(end_ - begin_, room - count);
@@ -207,9 +215,40 @@ bool line_reader::next(char* line, size_t size)
     }
     // fgets gives nothing when it read nothing.
     if (count == 0)
-        return false;
+        return 0;
     line[count] = '\0';
-    return true;
+    return count;
+}
+
+const char* line_reader::next_in_place(char* spare, size_t size, size_t* length)
+{
+    if (restore_) {
+        block_[begin_] = saved_;
+        restore_ = false;
+    }
+    if (size >= 2 && begin_ < end_) {
+        // The piece is whole in the block when it ends with a '\n' there, or when the block
+        // holds the full room of a piece.
+        const size_t room = size - 1;
+        const size_t wanted = std::min(end_ - begin_, room);
+        const char* from = block_ + begin_;
+        const char* newline = static_cast<const char*>(memchr(from, '\n', wanted));
+        if (newline || wanted == room) {
+            const size_t taken = newline ? static_cast<size_t>(newline - from) + 1 : wanted;
+            const size_t start = begin_;
+            begin_ += taken;
+            saved_ = block_[begin_]; // block_[end_] is the spare byte when the piece ends the data
+            block_[begin_] = '\0';
+            restore_ = true;
+            *length = taken;
+            return block_ + start;
+        }
+    }
+    const size_t count = gather(spare, size);
+    if (count == 0)
+        return nullptr;
+    *length = count;
+    return spare;
 }
 
 void dir_closer::operator()(DIR* dir) const { closedir(dir); }

@@ -75,16 +75,27 @@ public:
 
     bool next(char* line, size_t size);
 
+    // The same piece as next(spare, size) gives, without copying it where it can: a piece
+    // that lies whole within the block read ahead is NUL-terminated there (the byte after
+    // it is put back at the next call) and given in place; any other piece is gathered into
+    // spare. Returns the piece and sets *length to its bytes, or returns null where next
+    // returns false. The piece stays valid until the next call.
+    const char* next_in_place(char* spare, size_t size, size_t* length);
+
 private:
     // Reads the next block; false when nothing more could be read.
     bool refill();
+    // next's piece gathered into line; its length, 0 where next returns false.
+    size_t gather(char* line, size_t size);
 
     FILE* in_;
     size_t begin_ = 0;
     size_t end_ = 0;
     bool ended_ = false;  // end of file seen: nothing more is read
     bool failed_ = false; // a read failed other than with EAGAIN
-    char block_[8192];
+    bool restore_ = false; // a piece given in place holds a NUL at begin_ in the block
+    char saved_ = '\0';   // the byte that NUL stands in for
+    char block_[8192 + 1]; // the data, and room for the NUL after a piece that ends it
 };
 
 struct dir_closer {

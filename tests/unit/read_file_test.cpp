@@ -252,3 +252,64 @@ TEST(CopyLines, FromTextWithoutNulBytesAndLinesAroundOnePiece)
         ASSERT_EQ(from_text, copied_by_fgets(content, max_lines)) << "round " << round;
     }
 }
+
+namespace {
+
+// Pieces given in place, as (bytes, terminated) pairs compared with fgets's: each piece's
+// bytes must be those fgets wrote, followed by its NUL.
+void expect_in_place_as_fgets(const scripted_source& source, size_t size, bool mixed)
+{
+    const std::vector<std::string> expected = pieces_by_fgets(source, size);
+    scripted_source copy = source;
+    FILE* in = scripted_stream(copy);
+    auto reader = std::make_unique<line_reader>(in);
+    std::vector<char> spare(size, '\x5a');
+    size_t k = 0;
+    for (;; ++k) {
+        size_t length = 0;
+        const char* piece = nullptr;
+        std::string copied(size, '\x5a');
+        if (mixed && k % 3 == 1) {
+            // Calls of next between them: the byte a piece in place stood NUL in is back.
+            if (!reader->next(&copied[0], size))
+                break;
+            ASSERT_LT(k, expected.size());
+            ASSERT_EQ(copied, expected[k]) << "piece " << k;
+            continue;
+        }
+        piece = reader->next_in_place(spare.data(), size, &length);
+        if (!piece)
+            break;
+        ASSERT_LT(k, expected.size()) << "more pieces than fgets gives";
+        ASSERT_LT(length, size);
+        ASSERT_EQ(std::string(piece, length), expected[k].substr(0, length)) << "piece " << k;
+        ASSERT_EQ(piece[length], '\0');
+        ASSERT_EQ(expected[k][length], '\0') << "piece " << k << " has another length";
+    }
+    EXPECT_EQ(k, expected.size());
+    fclose(in);
+}
+
+} // namespace
+
+TEST(LineReader, InPlaceSameLinesAsFgetsForRandomContentAndEveryBufferSize)
+{
+    std::mt19937 random(20261126);
+    for (int round = 0; round < 40; ++round) {
+        scripted_source source{random_content(random, 1 + random() % 40000), 1 + random() % 20000, 0, 0};
+        for (size_t size : {2u, 3u, 17u, 256u, 1024u}) {
+            SCOPED_TRACE("round " + std::to_string(round) + ", size " + std::to_string(size));
+            expect_in_place_as_fgets(source, size, round % 2 == 1);
+        }
+    }
+}
+
+TEST(LineReader, InPlaceAFailedReadDropsThePieceItCutsAsFgets)
+{
+    expect_in_place_as_fgets(scripted_source{"first\nsecond\nthird line\nfourth\n", 64, 17, EIO}, 256, false);
+    expect_in_place_as_fgets(scripted_source{"first\nsecond\n", 64, 13, EIO}, 256, false);
+    // A file of exactly one block and one of a line ending right at a block's end.
+    expect_in_place_as_fgets(scripted_source{std::string(8191, 'a') + "\n", 8192, 0, 0}, 9000, false);
+    expect_in_place_as_fgets(scripted_source{std::string(8191, 'a') + "\nb\n", 8192, 0, 0}, 9000, true);
+    expect_in_place_as_fgets(scripted_source{std::string(20000, 'a'), 8192, 0, 0}, 1024, false);
+}
