@@ -870,7 +870,8 @@ void tree_checker::after_pass(const check_moment& given, const daemon_state& sta
             went_back = true;
             earliest = std::min(earliest, r.sample_time);
         }
-        if (r.sample_time > 0 && r.sample_time < EARLIEST_LINE_TIME)
+        // 0 too: a time stamp missing from the file, or one that is not a number, gives 0.
+        if (r.sample_time < EARLIEST_LINE_TIME)
             m.sample_before_2009 = true;
     };
     for (int i = 0; i < state.wan_count; ++i)
