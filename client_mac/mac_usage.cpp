@@ -168,8 +168,8 @@ int load_deleted_arp(const char* path)
 // nobody reading it the request is skipped for this reading, and the tick goes on.
 bool request_deleted_arp_dump()
 {
-    if (!path_exists(EVENT_PIPE))
-        return false;
+    // The open is the test of whether the pipe exists: a missing pipe fails it as it
+    // fails an access(F_OK) first, in one call less.
     int fd = open(sys_path(EVENT_PIPE).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0)
         return false;

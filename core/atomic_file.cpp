@@ -1,5 +1,7 @@
 #include "core/atomic_file.h"
 
+#include "core/own_files.h"
+
 #include "platform/platform.h"
 
 #include <cerrno>
@@ -105,7 +107,10 @@ bool atomic_file::commit(const char* target_path, std::string* kept)
     // The content is not needed again unless kept; its memory goes back now rather than
     // with the file.
     content.swap(content_);
-    if (ok && rename(temp_.c_str(), sys_path(target_path).c_str()) == 0) {
+    const std::string target = sys_path(target_path);
+    if (ok && rename(temp_.c_str(), target.c_str()) == 0) {
+        // Whatever was kept of the file replaced is not its text any more.
+        own_file_replaced(target);
         if (kept)
             kept->swap(content);
         return true;

@@ -39,8 +39,9 @@ constexpr long long MAX_INPUT_FILE_SIZE = 64LL << 20;
 // descriptor (fopencookie): fileno gives -1; it reads and seeks as a stream of fdopen does.
 file_ptr open_for_reading(const char* absolute_path);
 
-// Whether the file at one of the daemon's absolute paths can be opened for reading. A
-// marker file is only opened, never read, so its size does not matter here.
+// Whether the file at one of the daemon's absolute paths could be opened for reading (its
+// permissions, for the effective ids). A marker file is never read, so its size does not
+// matter here.
 bool is_readable(const char* absolute_path);
 
 // Appends at most max_lines lines of in to out, as copying them with fgets through a
@@ -54,8 +55,9 @@ void copy_lines(std::string& out, const std::string& in, int max_lines, size_t f
 // Where the first fgets(line, buffer_size, ...) on a file of this content would stop: after
 // the first '\n' if it comes within buffer_size - 1 bytes, else after buffer_size - 1
 // bytes (or at the end of a shorter content); 0 for an empty content, where fgets reads
-// nothing.
-size_t end_of_first_piece(const std::string& text, size_t buffer_size);
+// nothing. With from, the same for the piece that starts at byte from (where the next
+// fgets would start): its end, counted from the start of text.
+size_t end_of_first_piece(const std::string& text, size_t buffer_size, size_t from = 0);
 
 // Reads a stream's lines as fgets(line, size, in) reads them, a block at a time: each call
 // gives the next piece of at most size - 1 bytes, ending after a '\n' or where the room

@@ -4,6 +4,7 @@
 #include "core/link_usage.h"
 #include "core/local_time.h"
 #include "core/log.h"
+#include "core/own_files.h"
 #include "core/period_clock.h"
 #include "core/quota_config.h"
 #include "core/read_file.h"
@@ -221,6 +222,8 @@ void process_tick(daemon_state& state)
 {
     sys_alarm(0);
     update_period_clock();
+    // What changed the daemon's kept files since the last tick (core/own_files.h).
+    check_own_files();
 
     wan_usage* wan = state.wan.get();
     wan_usage* sim = state.sim.get();

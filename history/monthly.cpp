@@ -10,6 +10,7 @@
 #include "history/ring_history.h"
 #include "platform/platform.h"
 
+#include <cstring>
 #include <limits>
 #include <map>
 #include <string>
@@ -149,68 +150,63 @@ namespace {
 // The rows of a monthly history as the total reads them: every line that parses, at most
 // TOTAL_MONTHLY_ROWS - 1.
 struct monthly_rows {
-    // The file they were read from (core/own_files.h: the same identity means the same
-    // content; the daemon replaces the file by rename, which gives a new inode every time).
-    file_identity identity;
+    // The version of the history's kept text they were parsed from (core/own_files.h).
+    uint64_t version = 0;
     std::vector<usage_month_row> rows;
 };
 
 // The monthly histories' rows, kept between ticks by the file's path. Every tick adds each
 // WAN record's monthly history into the router's monthly total, and the history changes
-// once a month: parsing its lines again each tick was a fifth of an idle tick. A history
-// file is written by the daemon alone; the rows are used only while the file is the very
-// one they were read from (one stat instead of reading and parsing it), so they are what
-// reading the file again would give. (Another program that rewrote the file in place with
-// content of the same size within one step of the file system's clock would not be seen;
-// nothing but the daemon writes these files, and it always writes a new file.) A file
-// that is not a regular file is read every time.
+// once a month: parsing its lines again each tick was a fifth of an idle tick. The history
+// is the daemon's own file, whose text is kept while the file is unchanged; the rows are
+// used while they are those of the very text that reading the file gives now.
 std::map<std::string, monthly_rows> monthly_rows_cache;
 
-// Reads the rows of the history at path into rows; false when the file cannot be read.
-bool read_monthly_rows(const char* path, monthly_rows* rows)
+// The rows of a history's text, its lines taken as fgets through a LINE_SIZE buffer takes
+// them.
+void parse_monthly_rows(const std::string& text, std::vector<usage_month_row>* rows)
 {
-    file_ptr history = open_for_reading(path);
-    if (!history)
-        return false;
-    rows->rows.clear();
+    rows->clear();
     char line[LINE_SIZE];
+    size_t at = 0;
     // A history may hold 61 lines but the table 60 rows: the rest are dropped.
-    while (static_cast<int>(rows->rows.size()) < TOTAL_MONTHLY_ROWS - 1 && fgets(line, sizeof line, history.get())) {
+    while (static_cast<int>(rows->size()) < TOTAL_MONTHLY_ROWS - 1 && at < text.size()) {
+        const size_t end = end_of_first_piece(text, sizeof line, at);
+        memcpy(line, text.data() + at, end - at);
+        line[end - at] = '\0';
+        at = end;
         usage_month_row row = {};
         uint64_t mib1, mib2;
         if (!read_period_line(line, &row.start, &row.end, &mib1, &mib2))
             continue;
         row.bytes[0] = mib1 << 20;
         row.bytes[1] = mib2 << 20;
-        rows->rows.push_back(row);
+        rows->push_back(row);
     }
-    return true;
 }
 
-// The rows of the monthly history at path, from the cache when the file is unchanged;
-// null when there is no readable file.
+// The rows of the monthly history at path, parsed again only when its text changed; null
+// when there is no readable file.
 const std::vector<usage_month_row>* monthly_history_rows(const char* path)
 {
-    struct stat st;
-    if (stat(sys_path(path).c_str(), &st) != 0) {
+    uint64_t version = 0;
+    const std::string* text = own_file_text(path, &version);
+    if (!text) {
         monthly_rows_cache.erase(path);
         return nullptr;
     }
-    if (!S_ISREG(st.st_mode)) {
+    if (version == 0) {
+        // A text that is not kept (not a regular file) is parsed every time.
         monthly_rows_cache.erase(path);
-        static monthly_rows uncached;
-        return read_monthly_rows(path, &uncached) ? &uncached.rows : nullptr;
+        static std::vector<usage_month_row> uncached;
+        parse_monthly_rows(*text, &uncached);
+        return &uncached;
     }
     monthly_rows& cached = monthly_rows_cache[path];
-    if (cached.identity.inode != 0 && same_identity(cached.identity, identity_of(st)))
-        return &cached.rows;
-    // The identity is that of the file read: it is taken before the read, and a file
-    // replaced in between is seen as changed at the next tick.
-    if (!read_monthly_rows(path, &cached)) {
-        monthly_rows_cache.erase(path);
-        return nullptr;
+    if (cached.version != version) {
+        parse_monthly_rows(*text, &cached.rows);
+        cached.version = version;
     }
-    cached.identity = identity_of(st);
     return &cached.rows;
 }
 

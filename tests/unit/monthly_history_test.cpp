@@ -6,6 +6,7 @@
 #include "daemon/daemon.h"
 #include "daemon/signals.h"
 #include "history/daily.h"
+#include "core/own_files.h"
 #include "history/monthly.h"
 
 #include <csignal>
@@ -760,6 +761,29 @@ TEST_F(MonthlyTotal, AggregationReadsAHistoryAgainWhenItChanged)
     // A FIFO without a writer reads as empty, every time.
     ASSERT_EQ(mkfifo(real(HISTORY).c_str(), 0644), 0);
     EXPECT_EQ(rows(), "");
+}
+
+// A line longer than the 255 bytes of a read is read in pieces, and a piece that parses
+// is a row of its own, as when the history was read with fgets.
+TEST_F(MonthlyTotal, AggregationTakesTheRowsOfALongLineInPieces)
+{
+    const std::string padding(255 - 26, 'x');
+    write_file(HISTORY, "2024-04-01,2024-04-30,41,4\n" + std::string("2024-03-01,2024-03-31,31,3") + padding +
+                            "2024-02-01,2024-02-29,21,2\n");
+    wan_usage a = record_at(local(2024, 5, 20, 12, 0, 0), 0);
+    a.month_start = local(2024, 5, 1);
+    usage_totals t{};
+    check_own_files();
+    aggregate_monthly_total(t, a);
+
+    // The first piece of the long line ends after its 255th byte: its numbers parse up to
+    // the padding; the second piece is a line of its own.
+    ASSERT_EQ(t.monthly_count, 4);
+    EXPECT_EQ(ymd(t.monthly[1].start), "2024-04-01");
+    EXPECT_EQ(ymd(t.monthly[2].start), "2024-03-01");
+    EXPECT_EQ(t.monthly[2].bytes[0], 31ull << 20);
+    EXPECT_EQ(ymd(t.monthly[3].start), "2024-02-01");
+    EXPECT_EQ(t.monthly[3].bytes[1], 2ull << 20);
 }
 
 TEST_F(MonthlyTotal, RebuildWritesEveryRowWithoutBackFillWhenNoClientDirectory)

@@ -137,3 +137,137 @@ TEST_F(OwnFiles, TheSamePathUnderAnotherRootIsAnotherFile)
     EXPECT_EQ(text_of(HISTORY), "2024-03-04,99,9\n");
     plat.root = first_root;
 }
+
+namespace {
+
+// From the first tick on, the kept files are watched: a text is given without a look at
+// the file, and what changed it is taken in at the next tick's check.
+class WatchedOwnFiles : public OwnFiles {
+protected:
+    void SetUp() override
+    {
+        OwnFiles::SetUp();
+        check_own_files();
+    }
+
+    // Rewrites the file in place with content of the same size and gives it back its
+    // modification time, which a check by stat alone could take for the old file.
+    void rewrite_in_place(const char* absolute, const std::string& content)
+    {
+        struct stat before;
+        ASSERT_EQ(stat(real(absolute).c_str(), &before), 0);
+        const int fd = open(real(absolute).c_str(), O_WRONLY | O_CLOEXEC);
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(pwrite(fd, content.data(), content.size(), 0), static_cast<ssize_t>(content.size()));
+        const struct timespec times[2] = {before.st_atim, before.st_mtim};
+        ASSERT_EQ(futimens(fd, times), 0);
+        close(fd);
+    }
+
+    // Writes content over path as the daemon writes a file of its own.
+    void commit(const char* absolute, const std::string& content)
+    {
+        atomic_file out("/tmp/ruvo.tmp");
+        ASSERT_TRUE(out.is_open());
+        out.text() += content;
+        ASSERT_TRUE(commit_own_file(out, absolute));
+    }
+};
+
+} // namespace
+
+TEST_F(WatchedOwnFiles, AWatchedFileIsGivenWithoutALookUntilTheNextCheck)
+{
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    ASSERT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    rewrite_in_place(HISTORY, "2024-03-04,99,9\n");
+    // Within the tick the kept text stands: the file is not looked at again.
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    check_own_files();
+    // Same size, same modification time: only the watch saw the write.
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,99,9\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,99,9\n");
+}
+
+TEST_F(WatchedOwnFiles, AFileReplacedByRenameIsReadAgainAfterTheCheck)
+{
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    ASSERT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    replace(HISTORY, "2024-03-05,11,3\n");
+    check_own_files();
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,11,3\n");
+}
+
+TEST_F(WatchedOwnFiles, AFileRemovedIsGoneAfterTheCheck)
+{
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    ASSERT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    ASSERT_EQ(unlink(real(HISTORY).c_str()), 0);
+    check_own_files();
+    EXPECT_EQ(text_of(HISTORY), "<none>");
+}
+
+TEST_F(WatchedOwnFiles, AFileCommittedIsKeptAndAnEditOfItIsSeenAfterTheCheck)
+{
+    write_file("/tmp/.keep", "");
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    ASSERT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    commit(HISTORY, "2024-03-05,1,1\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,1,1\n");
+    check_own_files();
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,1,1\n");
+    rewrite_in_place(HISTORY, "2024-03-05,7,7\n");
+    check_own_files();
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,7,7\n");
+}
+
+TEST_F(WatchedOwnFiles, AFileReplacedByAnotherWriterOfTheDaemonIsReadAgainAtOnce)
+{
+    write_file("/tmp/.keep", "");
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    ASSERT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    // A plain commit, not commit_own_file (as the restore from backups writes a history).
+    atomic_file out("/tmp/ruvo.tmp");
+    ASSERT_TRUE(out.is_open());
+    out.text() += "2024-03-06,2,2\n";
+    ASSERT_TRUE(out.commit(HISTORY));
+    EXPECT_EQ(text_of(HISTORY), "2024-03-06,2,2\n");
+}
+
+TEST_F(WatchedOwnFiles, TwoNamesOfOneFileBothSeeAnEdit)
+{
+    constexpr const char* OTHER = "/var/run/korel/wan1/usage_history.monthly";
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    ASSERT_EQ(link(real(HISTORY).c_str(), real(OTHER).c_str()), 0);
+    ASSERT_EQ(text_of(HISTORY), "2024-03-04,10,2\n");
+    ASSERT_EQ(text_of(OTHER), "2024-03-04,10,2\n");
+    rewrite_in_place(HISTORY, "2024-03-04,55,5\n");
+    check_own_files();
+    EXPECT_EQ(text_of(HISTORY), "2024-03-04,55,5\n");
+    EXPECT_EQ(text_of(OTHER), "2024-03-04,55,5\n");
+}
+
+TEST_F(WatchedOwnFiles, VersionChangesOnlyWithTheText)
+{
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    uint64_t first = 0, again = 0, edited = 0;
+    ASSERT_NE(own_file_text(HISTORY, &first), nullptr);
+    ASSERT_NE(own_file_text(HISTORY, &again), nullptr);
+    EXPECT_NE(first, 0u);
+    EXPECT_EQ(first, again);
+    replace(HISTORY, "2024-03-05,11,3\n");
+    check_own_files();
+    ASSERT_NE(own_file_text(HISTORY, &edited), nullptr);
+    EXPECT_NE(edited, first);
+}
+
+TEST_F(WatchedOwnFiles, AFifoIsReadEveryTimeAndHasNoVersion)
+{
+    ASSERT_EQ(system(("mkdir -p " + real("/var/run/korel/wan1")).c_str()), 0);
+    ASSERT_EQ(mkfifo(real(HISTORY).c_str(), 0644), 0);
+    uint64_t version = 1;
+    const std::string* text = own_file_text(HISTORY, &version);
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(*text, "");
+    EXPECT_EQ(version, 0u);
+}

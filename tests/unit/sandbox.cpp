@@ -1,5 +1,6 @@
 #include "sandbox.h"
 
+#include "core/own_files.h"
 #include "daemon/signals.h"
 
 #include <cerrno>
@@ -40,6 +41,8 @@ void Sandbox::SetUp()
     plat.root = buffer.data();
     previous_ = platform_install(&plat);
     set_tz("UTC");
+    // Each test starts with nothing kept of the daemon's files and nothing watched.
+    forget_own_files();
     tick_pending = 0;
     ticks_since_backup = 0;
     backup_requested = 0;
@@ -52,6 +55,7 @@ void Sandbox::TearDown()
     ticks_since_backup = 0;
     backup_requested = 0;
     set_pid_file_path("");
+    forget_own_files();
     if (!plat.root.empty())
         remove_tree(plat.root);
 }
