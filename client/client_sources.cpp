@@ -35,6 +35,12 @@ struct wan_addresses {
     // The length of each text of the set, so that each client line is compared only with
     // the addresses of its own length (a tick compares every client line).
     std::vector<size_t> lengths;
+    // Which lengths (bit 63 for 63 and more) and first characters the texts of the set
+    // have: a client line whose address matches none of them is passed over at once,
+    // which is nearly every line (a LAN client's private address against the public WAN
+    // addresses).
+    uint64_t length_bits = 0;
+    uint64_t first_char_bits[4] = {0, 0, 0, 0};
     time_t mtime = 0;
     int wan_count = 0;
 } wan;
@@ -224,21 +230,45 @@ void reload_wan_addresses()
     free_iplist(wan.set);
     wan.set = fresh;
     wan.lengths.clear();
-    for (int k = 0; k < fresh->count; ++k)
-        wan.lengths.push_back(strlen(fresh->items[k]));
+    wan.length_bits = 0;
+    for (uint64_t& bits : wan.first_char_bits)
+        bits = 0;
+    for (int k = 0; k < fresh->count; ++k) {
+        const size_t length = strlen(fresh->items[k]);
+        wan.lengths.push_back(length);
+        wan.length_bits |= uint64_t{1} << (length < 63 ? length : 63);
+        const unsigned char first = static_cast<unsigned char>(fresh->items[k][0]);
+        wan.first_char_bits[first >> 6] |= uint64_t{1} << (first & 63u);
+    }
 }
 
 bool is_wan_address(const char* text) { return is_wan_address(text, strlen(text)); }
 
-bool is_wan_address(const char* text, size_t length)
+namespace {
+
+// The comparison with each text of the set, for a text that passed the set's lengths and
+// first characters; kept out of is_wan_address so that the common answer needs no stack
+// frame.
+__attribute__((noinline)) bool wan_set_has(const char* text, size_t length)
 {
-    if (!wan.set)
-        return false;
     for (int k = 0; k < wan.set->count; ++k)
         if (wan.lengths[static_cast<size_t>(k)] == length && wan.set->items[k][0] == text[0] &&
             memcmp(wan.set->items[k], text, length) == 0)
             return true;
     return false;
+}
+
+} // namespace
+
+bool is_wan_address(const char* text, size_t length)
+{
+    if (!wan.set)
+        return false;
+    const unsigned char first = static_cast<unsigned char>(text[0]);
+    if (!((wan.length_bits >> (length < 63 ? length : 63)) & 1u) ||
+        !((wan.first_char_bits[first >> 6] >> (first & 63u)) & 1u))
+        return false;
+    return wan_set_has(text, length);
 }
 
 void classify_clients(client_table& table)

@@ -356,13 +356,8 @@ int ruvo_client_mac_usage_prepare()
     return unlink(taken.c_str());
 }
 
-void ruvo_client_mac_usage_add(uint32_t address, int32_t type, uint64_t second, uint64_t first, int32_t kind,
-                               int32_t /*is_delta*/)
+void add_hourly_mac_usage(uint32_t address, int32_t type, uint64_t second, uint64_t first)
 {
-    // Only the hour is tracked. The values are always added, deliberately, also when they
-    // are the totals of a fresh period.
-    if (kind != 0)
-        return;
     uint64_t mac = resolve_mac(address);
     uint32_t key_address = mac ? 0 : address;
     int32_t key_type = mac ? 1 : type;

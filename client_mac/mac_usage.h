@@ -35,10 +35,19 @@ void ruvo_client_mac_usage_fixup(time_t now);
 // Takes the ARP snapshot and the deleted-entry list. Returns -1 when "/proc/net/arp" cannot
 // be opened or the deleted-entry file does not appear, else 0 or the removal's result.
 int ruvo_client_mac_usage_prepare();
+// Adds one counted change of the hourly table to the client's MAC entry, or to its address
+// entry when no MAC is known.
+void add_hourly_mac_usage(uint32_t address, int32_t type, uint64_t second, uint64_t first);
 // Adds one counted change of the hourly table (other kinds are ignored) to the client's MAC
-// entry, or to its address entry when no MAC is known.
-void ruvo_client_mac_usage_add(uint32_t address, int32_t type, uint64_t second, uint64_t first,
-                               int32_t kind, int32_t is_delta);
+// entry, or to its address entry when no MAC is known. The values are always added,
+// deliberately, also when they are the totals of a fresh period. The accounting calls it
+// for each of its three tables; the other kinds are passed over here, without a call.
+inline void ruvo_client_mac_usage_add(uint32_t address, int32_t type, uint64_t second, uint64_t first,
+                                      int32_t kind, int32_t /*is_delta*/)
+{
+    if (kind == 0)
+        add_hourly_mac_usage(address, type, second, first);
+}
 // Ends a reading: the snapshot just taken becomes the previous one.
 void ruvo_client_mac_usage_finalize();
 // Empties the usage table and the ARP tables and frees all their memory (a clean shutdown;

@@ -62,23 +62,25 @@ void append_signed(std::string& text, int64_t value)
     text.append(digits, static_cast<size_t>(write_signed(digits, value) - digits));
 }
 
-int64_t read_decimal_as_strtoll(const char* text, const char** end, bool* out_of_range)
+namespace {
+
+// What strtoll gives for a text that does not start with a digit (a sign, white space or
+// no number at all); kept out of the common path so that it needs no stack frame.
+__attribute__((noinline)) int64_t decimal_by_strtoll(const char* text, const char** end, bool* out_of_range)
 {
-    *out_of_range = false;
-    if (static_cast<unsigned>(*text - '0') > 9) {
-        char* stop = nullptr;
-        errno = 0;
-        const long long v = strtoll(text, &stop, 10);
-        *out_of_range = errno == ERANGE;
-        *end = stop;
-        return v;
-    }
+    char* stop = nullptr;
+    errno = 0;
+    const long long v = strtoll(text, &stop, 10);
+    *out_of_range = errno == ERANGE;
+    *end = stop;
+    return v;
+}
+
+// The digits from p on after the 18 read unchecked, with the range checked at each.
+__attribute__((noinline)) int64_t decimal_beyond_18_digits(const char* p, uint64_t v, const char** end,
+                                                           bool* out_of_range)
+{
     constexpr uint64_t LIMIT = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
-    const char* p = text;
-    uint64_t v = 0;
-    // Up to 18 digits cannot pass the limit (19 digits can): they are read without a check.
-    for (int digits = 0; digits < 18 && static_cast<unsigned>(*p - '0') <= 9; ++digits, ++p)
-        v = v * 10 + static_cast<unsigned>(*p - '0');
     for (; static_cast<unsigned>(*p - '0') <= 9; ++p) {
         const unsigned digit = static_cast<unsigned>(*p - '0');
         if (v > (LIMIT - digit) / 10) {
@@ -93,4 +95,33 @@ int64_t read_decimal_as_strtoll(const char* text, const char** end, bool* out_of
     }
     *end = p;
     return static_cast<int64_t>(v);
+}
+
+} // namespace
+
+int64_t read_decimal_as_strtoll(const char* text, const char** end, bool* out_of_range)
+{
+    *out_of_range = false;
+    if (static_cast<unsigned>(*text - '0') > 9)
+        return decimal_by_strtoll(text, end, out_of_range);
+    const char* p = text;
+    uint64_t v = 0;
+    // Up to 18 digits cannot pass the limit (19 digits can): they are read without a check,
+    // two at a time. A digit is looked at only after the one before it was found to be a
+    // digit, so nothing past the end of the text is read.
+    for (int digits = 0; digits < 18; digits += 2) {
+        const unsigned d0 = static_cast<unsigned>(p[0] - '0');
+        if (d0 > 9) {
+            *end = p;
+            return static_cast<int64_t>(v);
+        }
+        const unsigned d1 = static_cast<unsigned>(p[1] - '0');
+        if (d1 > 9) {
+            *end = p + 1;
+            return static_cast<int64_t>(v * 10 + d0);
+        }
+        v = v * 100 + d0 * 10 + d1;
+        p += 2;
+    }
+    return decimal_beyond_18_digits(p, v, end, out_of_range);
 }

@@ -574,6 +574,28 @@ TEST_F(ClientSources, WanAddressIsATextComparison)
     EXPECT_FALSE(is_wan_address("10.0.0.2 "));
 }
 
+TEST_F(ClientSources, WanAddressesAreFoundWhateverTheOtherAddressesLengthsAndFirstDigits)
+{
+    // The set's lengths and first characters pass a line over before any comparison;
+    // only a text that matches both is compared whole.
+    write_file(WAN_NUMBER, "1\n");
+    write_file("/var/run/korel/wanip/wan1", "7.7.7.7 203.0.113.77 1.2.3.4\n");
+    reload_wan_addresses();
+    EXPECT_TRUE(is_wan_address("7.7.7.7"));
+    EXPECT_TRUE(is_wan_address("203.0.113.77"));
+    EXPECT_TRUE(is_wan_address("1.2.3.4"));
+    // A WAN address's first digit, another length.
+    EXPECT_FALSE(is_wan_address("7.7.7.77"));
+    EXPECT_FALSE(is_wan_address("203.0.113.7"));
+    // A WAN address's length, another first digit.
+    EXPECT_FALSE(is_wan_address("8.7.7.7"));
+    EXPECT_FALSE(is_wan_address("103.0.113.77"));
+    // Both, and still another address.
+    EXPECT_FALSE(is_wan_address("1.2.3.5"));
+    EXPECT_FALSE(is_wan_address("203.0.113.78"));
+    EXPECT_FALSE(is_wan_address(""));
+}
+
 TEST_F(ClientSources, MissingWanFileIsPassedOver)
 {
     write_file(WAN_NUMBER, "3\n");
