@@ -8,7 +8,10 @@
 #     early and after a simulated year, peak memory;
 #   - the stripped size of the ruvo executable (RelWithDebInfo, and MinSizeRel for -Os);
 #   - the I/O floor of a tick against the tick itself at 0 and 16,384 clients, in one
-#     process: CPU time and their ratio, and the files each reads and writes (strace).
+#     process: CPU time and their ratio, and the files each reads and writes (strace);
+#   - the private memory of the real ruvo process after ticks and after a start-up with
+#     full backups, at 0 and 16,384 clients (bench/memory.py, where the end-to-end tests
+#     can run).
 # Usage: bench/run.sh   (from any directory; about 6 to 7 minutes on 2 cores)
 #        bench/run.sh --year-instructions   also counts the instructions of a tick with 1,000
 #                                           clients after a simulated year (about 5 more
@@ -343,5 +346,12 @@ for build in relwithdebinfo minsizerel; do
     printf '%-16s %8s bytes   ' "$build" "$(stat -c %s "$work/ruvo.$build")"
     size "$work/ruvo.$build" | awk 'NR == 2 { printf "text %s, data %s, bss %s\n", $1, $2, $3 }'
 done
+
+echo
+echo "== Private memory of the real ruvo process (bench/memory.py: the end-to-end tests' fake"
+echo "   router, 0 and 16,384 clients)"
+# It needs what the end-to-end tests need (unshare, a private mount namespace, Debian's
+# faketime); where they are missing it says why and the rest of the run goes on.
+python3 "$here/memory.py" --ruvo "$build_dir/ruvo" || echo "(bench/memory.py could not run here)"
 
 io_floor_step

@@ -62,6 +62,7 @@
 
 #include "client/client_sources.h"
 #include "client_mac/mac_usage.h"
+#include "core/own_files.h"
 #include "daemon/daemon.h"
 #include "daemon/signals.h"
 #include "platform/platform.h"
@@ -362,6 +363,7 @@ public:
         // Tables another benchmark of this process left behind are not this daemon's.
         free_mac_tables();
         free_client_sources();
+        forget_own_files();
 
         for (const char* dir :
              {"/tmp", "/etc", "/etc/gpio_map", "/var", "/var/log", "/var/run", "/var/run/korel",
@@ -422,6 +424,7 @@ public:
         state = daemon_state{};
         free_mac_tables();
         free_client_sources();
+        forget_own_files();
     }
 
     // Moves the clock by step and writes the kernel files and the deleted-ARP answer of
@@ -963,6 +966,9 @@ void record_floor(tick_router& router, io_floor& floor)
     router.plat().mapped = &mapped;
     loop_pass(router.state);
     router.plat().mapped = nullptr;
+    // The daemon's kept files that are watched are asked for without a call (their paths
+    // are mapped all the same): they are no looks of the tick's.
+    mapped.erase(std::remove_if(mapped.begin(), mapped.end(), own_file_watched), mapped.end());
     floor.record_end(mapped, router.plat().root + "/floor");
     router.check_deleted_list_taken();
 }

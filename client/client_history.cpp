@@ -9,6 +9,7 @@
 #include "platform/platform.h"
 #include "platform/strutils.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <cstring>
@@ -48,13 +49,15 @@ void run(const char* command)
     sys_system(command);
 }
 
-// Appends a "%s,%s,%lld,%lld\n" line (the address, the source type and the two counts in
-// KiB) for every type with traffic of every present record of the table; returns how many.
-// The lines are formatted into a block on the stack that is appended to the text whenever
-// it could not hold one more line, so the text grows by a few large appends rather than
-// one per line.
-int append_client_lines(std::string& text, const client_table& table)
+// Writes a "%s,%s,%lld,%lld\n" line (the address, the source type and the two counts in
+// KiB) for every type with traffic of every present record of the table into out; returns
+// how many. The lines are formatted into a block on the stack that is appended to the
+// file's text whenever it could not hold one more line, and the text is written out a
+// piece at a time (at 16,384 clients a file is over half a MiB, which would otherwise be
+// held whole until the commit).
+int append_client_lines(atomic_file& out, const client_table& table)
 {
+    std::string& text = out.text();
     // Longest line: a 15-character address, the longest type name, two counts and the
     // three separators and the line break.
     constexpr size_t LINE_MAX = sizeof(client_record::address_text) + CLIENT_TYPE_NAME_PADDED + 2 * SIGNED_DIGITS_MAX + 4;
@@ -63,8 +66,8 @@ int append_client_lines(std::string& text, const client_table& table)
     char* const last_start = block + sizeof block - LINE_MAX;
     int lines = 0;
     // Most records have one type with traffic, on a line of about 30 bytes: room for them
-    // all at once rather than the copies of a growing text.
-    text.reserve(text.size() + static_cast<size_t>(table.records) * 32);
+    // all at once, up to a piece, rather than the copies of a growing text.
+    text.reserve(std::min(static_cast<size_t>(table.records) * 32, FILE_PIECE) + sizeof block);
     for (const client_record* head : table.chains)
         for (const client_record* r = head; r; r = r->next) {
             if (!r->present)
@@ -76,6 +79,8 @@ int append_client_lines(std::string& text, const client_table& table)
                 if (at > last_start) {
                     text.append(block, static_cast<size_t>(at - block));
                     at = block;
+                    if (text.size() >= FILE_PIECE)
+                        out.write_gathered();
                 }
                 // Whole fixed-size copies, cheaper than copies of the exact length: the
                 // bytes after the text are written over by what follows.
@@ -122,7 +127,7 @@ void save_client_usage(client_usage_tables* tables)
         atomic_file out(SCRATCH);
         if (!out.is_open())
             return;
-        const int lines = append_client_lines(out.text(), table);
+        const int lines = append_client_lines(out, table);
         // A period without traffic leaves no file, and an older file of its name alone.
         if (lines > 0)
             out.commit(dated_file_path(LIVE_DIRS[table.kind], dated_file_stem(table.kind, start)).c_str());

@@ -151,11 +151,15 @@ void ruvo_client_mac_usage_save()
     std::string name = mac_hour_name(mac_usage_hour);
     atomic_file out(TEMPORARY);
     if (!name.empty() && out.is_open()) {
-        // The largest users of the hour.
+        // The largest users of the hour, written out a piece at a time (8,192 lines are
+        // over 300 KiB).
         std::string& text = out.text();
+        text.reserve(std::min(lines * 40, FILE_PIECE) + LINE_MAX_TEXT);
         for (size_t i = 0; i < lines; ++i) {
             char line[LINE_MAX_TEXT];
             text.append(line, static_cast<size_t>(write_entry_line(line, *keys[i].entry) - line));
+            if (text.size() >= FILE_PIECE)
+                out.write_gathered();
         }
         out.commit(dated_file_path(LIVE_DIR, name).c_str());
     }

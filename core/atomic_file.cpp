@@ -87,6 +87,15 @@ std::string& atomic_file::text()
     return content_;
 }
 
+void atomic_file::write_gathered()
+{
+    std::string& gathered = text();
+    if (fd_ < 0 || gathered.empty())
+        return;
+    if (!stream_failed_ && !write_all(fd_, gathered.data(), gathered.size()))
+        stream_failed_ = true; // the file is incomplete: commit fails
+    gathered.clear();
+}
 
 bool atomic_file::commit(const char* target_path) { return commit(target_path, nullptr); }
 

@@ -11,6 +11,11 @@
 #include <cstdio>
 #include <string>
 
+// How much a writer of a large file gathers before it writes it out (write_gathered): few
+// calls for the file, and a piece small enough to be taken from and given back to the
+// heap's free memory rather than grow it.
+constexpr size_t FILE_PIECE = 64 * 1024;
+
 class atomic_file {
 public:
     // Creates the temporary file at temp_path (one of the daemon's absolute paths) for
@@ -30,6 +35,12 @@ public:
     std::string& text();
     // Appends size bytes of data.
     void append(const char* data, size_t size) { text().append(data, size); }
+
+    // Writes the content gathered so far to the temporary file and empties it (its room
+    // is kept), so that the writer of a large file holds one piece of it at a time rather
+    // than the whole. A write that fails makes commit fail, as a failed write at commit
+    // does. Not for a file committed with a kept text, which would hold the last piece only.
+    void write_gathered();
 
     // A stdio stream that appends to the content, for writers that use fprintf; null when
     // the file could not be created. It is a stdio stream of its own kind (fopencookie):

@@ -299,6 +299,12 @@ void own_file_replaced(const std::string& mapped_path)
     it->second.identity = file_identity();
 }
 
+bool own_file_watched(const std::string& mapped_path)
+{
+    auto it = kept.find(mapped_path);
+    return watching && it != kept.end() && it->second.watch >= 0;
+}
+
 void forget_own_files()
 {
     kept.clear();

@@ -67,6 +67,10 @@ bool commit_own_file(atomic_file& out, const char* absolute_path);
 // replaced by any other writer of the daemon is read again at once.
 void own_file_replaced(const std::string& mapped_path);
 
+// Whether the file at a path the platform maps to is kept and watched, so that asking for
+// its text makes no system call (for the benchmarks' account of a tick's I/O).
+bool own_file_watched(const std::string& mapped_path);
+
 // Forgets every kept text and stops watching (for tests, the simulator's restarts, and a
 // clean shutdown); the next check_own_files starts again.
 void forget_own_files();

@@ -113,3 +113,47 @@ TEST_F(AtomicFile, FailedRenameRemovesTemporaryFile)
 }
 
 } // namespace
+
+TEST_F(AtomicFile, FileWrittenOutInPiecesIsWholeAtCommitAndNotBefore)
+{
+    atomic_file f("/tmp/ruvo.tmp");
+    ASSERT_TRUE(f.is_open());
+    f.text() += "2024-03-05-14,1,2\n";
+    f.write_gathered();
+    EXPECT_EQ(f.text(), "");
+    fputs("2024-03-05-13,3,4\n", f.stream());
+    f.write_gathered();
+    f.write_gathered(); // nothing gathered: nothing written
+    f.text() += "2024-03-05-12,5,6\n";
+    // The pieces went to the temporary file; the target is the old one until the commit.
+    EXPECT_EQ(read_file("/tmp/ruvo.tmp"), "2024-03-05-14,1,2\n2024-03-05-13,3,4\n");
+    EXPECT_EQ(read_file("/var/run/korel/out.csv"), "old\n");
+    ASSERT_TRUE(f.commit("/var/run/korel/out.csv"));
+    EXPECT_EQ(read_file("/var/run/korel/out.csv"), "2024-03-05-14,1,2\n2024-03-05-13,3,4\n2024-03-05-12,5,6\n");
+    EXPECT_FALSE(exists("/tmp/ruvo.tmp"));
+}
+
+TEST_F(AtomicFile, PieceThatCannotBeWrittenFailsTheCommitAndLeavesTheTarget)
+{
+    struct rlimit old_limit;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old_limit), 0);
+    void (*old_handler)(int) = signal(SIGXFSZ, SIG_IGN);
+    struct rlimit small = {16, old_limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    bool committed;
+    {
+        atomic_file f("/tmp/ruvo.tmp");
+        ASSERT_TRUE(f.is_open());
+        f.text() += "2024-03-05-14,812,96\n"; // over the limit of 16 bytes
+        f.write_gathered();
+        setrlimit(RLIMIT_FSIZE, &old_limit);
+        // The rest would fit now; the file is still incomplete.
+        f.text() += "2024-03-05-13,1,1\n";
+        committed = f.commit("/var/run/korel/out.csv");
+    }
+    setrlimit(RLIMIT_FSIZE, &old_limit);
+    signal(SIGXFSZ, old_handler);
+    EXPECT_FALSE(committed);
+    EXPECT_EQ(read_file("/var/run/korel/out.csv"), "old\n");
+    EXPECT_FALSE(exists("/tmp/ruvo.tmp"));
+}
