@@ -6,6 +6,7 @@
 #include "client_mac/arp_line.h"
 #include "client_mac/mac_usage.h"
 #include "core/address_text.h"
+#include "tests/reference/mac_by_strtoll.h"
 
 #include <arpa/inet.h>
 
@@ -25,23 +26,6 @@ bool same_address(const char* text)
     if (address_from_text(text, &address) != accepted)
         return false;
     return accepted ? address == a.s_addr : address == 0x5a5a5a5au;
-}
-
-uint64_t mac_by_strtoll(const char* text)
-{
-    uint64_t mac = 0;
-    const char* p = text;
-    for (int field = 0; field < 6; ++field) {
-        char* end = nullptr;
-        const long long value = strtoll(p, &end, 16);
-        if (end == p)
-            return 0;
-        mac = (mac << 8) + static_cast<uint64_t>(value);
-        p = end;
-        if (field < 5 && *p != '\0')
-            ++p;
-    }
-    return mac;
 }
 
 } // namespace

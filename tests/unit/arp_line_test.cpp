@@ -1,6 +1,7 @@
 // The ARP table's lines are read field by field exactly as the sscanf format they replace
 // reads them, and the MAC texts as strtoll reads their six fields.
 #include "client_mac/arp_line.h"
+#include "tests/reference/mac_by_strtoll.h"
 #include "client_mac/mac_usage.h"
 
 #include <gtest/gtest.h>
@@ -57,24 +58,6 @@ void expect_same(const std::string& line)
     ASSERT_EQ(a.flags, b.flags) << line;
     ASSERT_EQ(a.mac, b.mac) << line;
     ASSERT_EQ(a.device, b.device) << line;
-}
-
-// The MAC text as the six strtoll fields read it, the way it was always read.
-uint64_t mac_by_strtoll(const char* text)
-{
-    uint64_t mac = 0;
-    const char* p = text;
-    for (int field = 0; field < 6; ++field) {
-        char* end = nullptr;
-        const long long value = strtoll(p, &end, 16);
-        if (end == p)
-            return 0;
-        mac = (mac << 8) + static_cast<uint64_t>(value);
-        p = end;
-        if (field < 5 && *p != '\0')
-            ++p;
-    }
-    return mac;
 }
 
 } // namespace

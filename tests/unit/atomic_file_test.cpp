@@ -9,6 +9,39 @@
 
 namespace {
 
+// A limit on the size of the files the process writes, so that writes fail the way they
+// fail on a full file system (with SIGXFSZ ignored), until lift() or the end of its scope.
+class file_size_limit {
+public:
+    explicit file_size_limit(rlim_t bytes)
+    {
+        handler_ = signal(SIGXFSZ, SIG_IGN);
+        set_ = getrlimit(RLIMIT_FSIZE, &old_) == 0;
+        const struct rlimit small = {bytes, old_.rlim_max};
+        set_ = set_ && setrlimit(RLIMIT_FSIZE, &small) == 0;
+    }
+    ~file_size_limit()
+    {
+        lift();
+        signal(SIGXFSZ, handler_);
+    }
+    file_size_limit(const file_size_limit&) = delete;
+    file_size_limit& operator=(const file_size_limit&) = delete;
+
+    bool set() const { return set_; }
+    void lift()
+    {
+        if (set_)
+            setrlimit(RLIMIT_FSIZE, &old_);
+        set_ = false;
+    }
+
+private:
+    struct rlimit old_ = {};
+    void (*handler_)(int) = SIG_DFL;
+    bool set_ = false;
+};
+
 class AtomicFile : public Sandbox {
 protected:
     void SetUp() override
@@ -83,21 +116,16 @@ TEST_F(AtomicFile, MissingTemporaryDirectoryMeansNothingIsWritten)
 TEST_F(AtomicFile, FailedWriteLeavesTargetUntouchedAndRemovesTemporaryFile)
 {
     // A file size limit makes the writes fail the way a full file system does.
-    struct rlimit old_limit;
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old_limit), 0);
-    void (*old_handler)(int) = signal(SIGXFSZ, SIG_IGN);
-    struct rlimit small = {16, old_limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
     bool committed;
     {
+        file_size_limit limit(16);
+        ASSERT_TRUE(limit.set());
         atomic_file f("/tmp/ruvo.tmp");
         ASSERT_TRUE(f.is_open());
         for (int i = 0; i < 2000; ++i)
             fputs("2024-03-05-14,812,96\n", f.stream());
         committed = f.commit("/var/run/korel/out.csv");
     }
-    setrlimit(RLIMIT_FSIZE, &old_limit);
-    signal(SIGXFSZ, old_handler);
     EXPECT_FALSE(committed);
     EXPECT_EQ(read_file("/var/run/korel/out.csv"), "old\n");
     EXPECT_FALSE(exists("/tmp/ruvo.tmp"));
@@ -135,24 +163,19 @@ TEST_F(AtomicFile, FileWrittenOutInPiecesIsWholeAtCommitAndNotBefore)
 
 TEST_F(AtomicFile, PieceThatCannotBeWrittenFailsTheCommitAndLeavesTheTarget)
 {
-    struct rlimit old_limit;
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old_limit), 0);
-    void (*old_handler)(int) = signal(SIGXFSZ, SIG_IGN);
-    struct rlimit small = {16, old_limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
     bool committed;
     {
+        file_size_limit limit(16);
+        ASSERT_TRUE(limit.set());
         atomic_file f("/tmp/ruvo.tmp");
         ASSERT_TRUE(f.is_open());
         f.text() += "2024-03-05-14,812,96\n"; // over the limit of 16 bytes
         f.write_gathered();
-        setrlimit(RLIMIT_FSIZE, &old_limit);
+        limit.lift();
         // The rest would fit now; the file is still incomplete.
         f.text() += "2024-03-05-13,1,1\n";
         committed = f.commit("/var/run/korel/out.csv");
     }
-    setrlimit(RLIMIT_FSIZE, &old_limit);
-    signal(SIGXFSZ, old_handler);
     EXPECT_FALSE(committed);
     EXPECT_EQ(read_file("/var/run/korel/out.csv"), "old\n");
     EXPECT_FALSE(exists("/tmp/ruvo.tmp"));

@@ -1,6 +1,7 @@
 // MAC texts are read as their six strtoll fields read them, for every text: the common
 // form of six pairs by hand, every other by strtoll.
 #include "client_mac/mac_usage.h"
+#include "tests/reference/mac_by_strtoll.h"
 
 #include <gtest/gtest.h>
 
@@ -11,23 +12,6 @@
 #include <string>
 
 namespace {
-
-uint64_t mac_by_strtoll(const char* text)
-{
-    uint64_t mac = 0;
-    const char* p = text;
-    for (int field = 0; field < 6; ++field) {
-        char* end = nullptr;
-        const long long value = strtoll(p, &end, 16);
-        if (end == p)
-            return 0;
-        mac = (mac << 8) + static_cast<uint64_t>(value);
-        p = end;
-        if (field < 5 && *p != '\0')
-            ++p;
-    }
-    return mac;
-}
 
 void expect_as_strtoll(const std::string& text)
 {
