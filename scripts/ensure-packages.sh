@@ -33,5 +33,8 @@ INSTALL_TEST_PACKAGES=(shellcheck groff-base systemd dpkg)
 # the emulator that runs their tests. A cross compiler rather than g++-multilib for x86:
 # Debian's multilib packages conflict with the cross compilers.
 CROSS_PACKAGES=(g++-i686-linux-gnu g++-mips-linux-gnu g++-arm-linux-gnueabihf qemu-user googletest)
+# The browser test of the report's HTML page (ctest -L browser): headless Chromium, and a
+# font for the text of its screenshot.
+BROWSER_TEST_PACKAGES=(chromium fonts-dejavu-core)
 # The fuzz targets (scripts/fuzz.sh): clang with its libFuzzer and sanitizer runtimes.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)

@@ -1,5 +1,6 @@
-// The report as one self-contained HTML page: inline SVG bar charts, no script and no
-// external resource.
+// The report as one self-contained HTML page: an overview of every link and of the router
+// with allowance gauges, column charts of the last 24 hours, and the tables as bar charts,
+// all inline SVG, with no script and no external resource.
 #pragma once
 
 #include "tools/report/report_model.h"
@@ -8,6 +9,7 @@
 
 namespace report {
 
-void write_html_report(std::ostream& out, const Report& r);
+// raw: figures in the files' own units (MiB, KiB) instead of scaled ones.
+void write_html_report(std::ostream& out, const Report& r, bool raw);
 
 } // namespace report

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,38 @@ struct UsageTable {
     std::vector<UsageRow> rows;  // newest first
 };
 
+// One line an allowance sets: the 75 % and 95 % warning lines and the suspension line,
+// which the daemon draws at 99.5 % of the allowance.
+struct Crossing {
+    std::string name;          // "75 %", "95 %", "99.5 %"
+    std::string key;           // "75", "95", "suspension": the JSON name
+    uint64_t line_bytes = 0;   // the line, in bytes (rounded up: usage at or above it has crossed)
+    enum class When { crossed, in_cycle, not_in_cycle } when = When::not_in_cycle;
+    time_t at = 0;             // in_cycle: the second the usage reaches the line at the rate so far
+    std::string date;          // in_cycle: the local date of at, "2024-03-27"
+};
+
+// Where the running cycle is heading at its rate so far: the cycle's bytes at its end and
+// the days the allowance's lines will be crossed. The rate is the cycle's traffic so far over
+// the time from the cycle's start to now, where now is the end of the link's running hour
+// (its hourly file's first line), or the end of the running cycle's last day when that hour
+// is not on that day. The files are written every 30 s, so now is at most an hour late and
+// the rate at most an hour's share of the elapsed time low.
+struct Projection {
+    bool known = false;
+    std::string why_not;           // when not known: "no billing cycle configured", ...
+    time_t cycle_start = 0;        // local midnight of the cycle's first day
+    time_t cycle_end = 0;          // the cycle's last second
+    time_t now = 0;
+    std::string start_date;        // "2024-03-15"
+    std::string end_date;          // "2024-04-14"
+    uint64_t used_bytes = 0;       // the running cycle's two counters, in bytes
+    uint64_t projected_bytes = 0;  // the usage at the cycle's end at the rate so far
+    // A suspended link carries no traffic until the cycle ends: its projection is what it has.
+    bool held = false;
+    std::vector<Crossing> crossings;  // 75 %, 95 %, suspension; empty without an allowance
+};
+
 // Where a link stands against its allowance in the running billing cycle.
 struct Allowance {
     bool cycle_known = false;  // the billing file's first line (the running cycle) was read
@@ -40,9 +73,28 @@ struct Allowance {
     uint64_t quota_mib = 0;
     std::string action;     // "email, disconnect", "none" or "unknown"
     bool suspended = false;  // the suspension marker exists
+    bool start_day_set = false;  // the start-day key is in the configuration
+    int start_day = 0;           // its value as the daemon reads it (0: the month's last day)
+    Projection projection;
     uint64_t used() const { return first + second; }
+    uint64_t quota_bytes() const;  // quota_mib in bytes, saturating
     // Tenths of a percent of the allowance used, rounded half up; false when unknown.
     bool used_tenths(uint64_t* tenths) const;
+};
+
+// One figure of a summary block: a row of a link's or the router's file, when it is there.
+struct PeriodFigure {
+    bool known = false;
+    std::string period;  // the row's period as the tables show it
+    uint64_t first = 0;  // MiB
+    uint64_t second = 0;
+    uint64_t total() const { return first + second; }
+};
+
+// The summary of a link or of the router: the running day, the day before it, the running
+// month and (links only) the running billing cycle.
+struct Summary {
+    PeriodFigure today, yesterday, month, cycle;
 };
 
 // A WAN link (sim 0) or one SIM card of a dual-SIM link (sim 1 or 2).
@@ -54,6 +106,7 @@ struct Link {
     std::vector<UsageTable> tables;  // hourly, daily, monthly, billing cycle
     Allowance allowance;
     std::vector<std::string> allowance_notes;
+    Summary summary;
 
     std::string label() const { return name.empty() ? id : id + " \"" + name + "\""; }
 };
@@ -88,6 +141,7 @@ struct Report {
     std::vector<std::string> config_notes;
     std::vector<Link> links;
     std::vector<UsageTable> totals;     // router hourly, daily, monthly
+    Summary totals_summary;             // the router's today, yesterday and month
     std::vector<ClientTable> clients;   // IP hour, day, month; MAC hour
     bool usage_read = false;  // at least one usage file (link, router or client) was read
 };

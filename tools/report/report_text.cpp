@@ -1,6 +1,7 @@
 #include "tools/report/report_text.h"
 
 #include "tools/report/bars.h"
+#include "tools/report/units.h"
 
 #include <algorithm>
 #include <string>
@@ -79,7 +80,6 @@ std::string bar_text(uint64_t first, uint64_t second, uint64_t largest, int widt
     return std::string(parts.first, '#') + std::string(parts.second, '=');
 }
 
-std::string amount(uint64_t value, const char* unit) { return std::to_string(value) + " " + unit; }
 
 void heading(std::ostream& out, const std::string& text, char underline)
 {
@@ -92,7 +92,7 @@ void write_messages(std::ostream& out, const std::vector<std::string>& messages)
         out << "  " << m << '\n';
 }
 
-void write_usage_table(std::ostream& out, const UsageTable& t, int bar_width)
+void write_usage_table(std::ostream& out, const UsageTable& t, int bar_width, bool raw)
 {
     out << '\n';
     if (!t.problem.empty()) {
@@ -111,8 +111,8 @@ void write_usage_table(std::ostream& out, const UsageTable& t, int bar_width)
     std::vector<std::string> bars;
     for (size_t i = 0; i < t.rows.size(); ++i) {
         const UsageRow& row = t.rows[i];
-        rows.push_back({(row.running() ? "* " : "  ") + row.period, amount(row.first, "MiB"), amount(row.second, "MiB"),
-                        amount(row.total(), "MiB")});
+        rows.push_back({(row.running() ? "* " : "  ") + row.period, show_mib(row.first, raw),
+                        show_mib(row.second, raw), show_mib(row.total(), raw)});
         bars.push_back(bar_text(row.first, row.second, largest, bar_width));
     }
     write_table(out,
@@ -120,7 +120,20 @@ void write_usage_table(std::ostream& out, const UsageTable& t, int bar_width)
                 rows, bar_width > 0 ? &bars : nullptr, bar_width);
 }
 
-void write_allowances(std::ostream& out, const Report& r)
+// What the projection says in a table cell: the bytes at the cycle's end, or why there
+// is no projection.
+
+std::string crossing_text(const Crossing& c)
+{
+    switch (c.when) {
+    case Crossing::When::crossed: return "crossed";
+    case Crossing::When::in_cycle: return "expected on " + c.date;
+    case Crossing::When::not_in_cycle: break;
+    }
+    return "not within this cycle";
+}
+
+void write_allowances(std::ostream& out, const Report& r, bool raw)
 {
     heading(out, "Allowances (running billing cycle)", '-');
     out << '\n';
@@ -131,9 +144,9 @@ void write_allowances(std::ostream& out, const Report& r)
         Cells row{link.label()};
         if (a.cycle_known) {
             row.push_back(a.cycle);
-            row.push_back(amount(a.first, "MiB"));
-            row.push_back(amount(a.second, "MiB"));
-            row.push_back(amount(a.used(), "MiB"));
+            row.push_back(show_mib(a.first, raw));
+            row.push_back(show_mib(a.second, raw));
+            row.push_back(show_mib(a.used(), raw));
         } else {
             row.insert(row.end(), {"-", "-", "-", "-"});
         }
@@ -141,13 +154,13 @@ void write_allowances(std::ostream& out, const Report& r)
         case Allowance::Quota::unknown: row.push_back("unknown"); break;
         case Allowance::Quota::none: row.push_back("none"); break;
         case Allowance::Quota::invalid: row.push_back("invalid"); break;
-        case Allowance::Quota::set: row.push_back(amount(a.quota_mib, "MiB")); break;
+        case Allowance::Quota::set: row.push_back(show_mib(a.quota_mib, raw)); break;
         }
         uint64_t tenths;
-        row.push_back(a.used_tenths(&tenths) ? std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " %"
-                                             : "-");
+        row.push_back(a.used_tenths(&tenths) ? percent_text(tenths) : "-");
         row.push_back(a.action);
         row.push_back(a.suspended ? "suspended" : "not suspended");
+        row.push_back(a.projection.known ? show_link_bytes(a.projection.projected_bytes, raw) : "-");
         rows.push_back(row);
         notes.insert(notes.end(), link.allowance_notes.begin(), link.allowance_notes.end());
     }
@@ -160,7 +173,8 @@ void write_allowances(std::ostream& out, const Report& r)
                  {"allowance", true},
                  {"used %", true},
                  {"action", false},
-                 {"state", false}},
+                 {"state", false},
+                 {"projected", true}},
                 rows, nullptr, 0);
     if (!notes.empty()) {
         out << '\n';
@@ -168,7 +182,82 @@ void write_allowances(std::ostream& out, const Report& r)
     }
 }
 
-void write_client_table(std::ostream& out, const ClientTable& t, int bar_width)
+// A line of a summary block: what it is, an amount (may be empty) and its period or words.
+struct SummaryLine {
+    std::string what;
+    std::string amount;
+    std::string text;
+};
+
+SummaryLine figure_line(const char* what, const PeriodFigure& f, bool raw)
+{
+    if (!f.known)
+        return {what, "-", ""};
+    return {what, show_mib(f.total(), raw), f.period};
+}
+
+// The lines of a link's summary block after its figures: the allowance, the projection and
+// when the allowance's three lines are crossed.
+void allowance_lines(const Link& link, bool raw, std::vector<SummaryLine>* lines)
+{
+    const Allowance& a = link.allowance;
+    SummaryLine line{"allowance", "", ""};
+    switch (a.quota) {
+    case Allowance::Quota::unknown: line.text = "unknown (configuration not read)"; break;
+    case Allowance::Quota::none: line.text = "none"; break;
+    case Allowance::Quota::invalid: line.text = "invalid"; break;
+    case Allowance::Quota::set: {
+        line.amount = show_mib(a.quota_mib, raw);
+        uint64_t tenths;
+        if (a.used_tenths(&tenths))
+            line.text = percent_text(tenths) + " used, ";
+        line.text += "action " + a.action;
+        break;
+    }
+    }
+    if (a.suspended)
+        line.text += (line.text.empty() ? "" : ", ") + std::string("suspended");
+    lines->push_back(line);
+
+    const Projection& p = a.projection;
+    if (!p.known) {
+        lines->push_back({"projected", "-", p.why_not});
+        return;
+    }
+    lines->push_back({"projected", show_link_bytes(p.projected_bytes, raw),
+                      "at the cycle's end, " + p.end_date +
+                          (p.held ? ": suspended, no more traffic this cycle" : ", at the rate so far")});
+    for (const Crossing& c : p.crossings)
+        lines->push_back({c.name + " line", "", crossing_text(c)});
+}
+
+// The summary: one short block per link and one for the router.
+void write_summary(std::ostream& out, const Report& r, bool raw)
+{
+    heading(out, "Summary", '-');
+    auto block = [&](const std::string& title, const Summary& s, const Link* link) {
+        out << '\n' << "  " << title << '\n';
+        std::vector<SummaryLine> lines{figure_line("today", s.today, raw), figure_line("yesterday", s.yesterday, raw),
+                                       figure_line("this month", s.month, raw)};
+        if (link) {
+            lines.push_back(figure_line("this cycle", s.cycle, raw));
+            allowance_lines(*link, raw, &lines);
+        }
+        size_t what = 0, amount = 0;
+        for (const SummaryLine& line : lines) {
+            what = std::max(what, line.what.size());
+            amount = std::max(amount, line.amount.size());
+        }
+        for (const SummaryLine& line : lines)
+            write_line(out, "    " + pad(line.what, what, false) + "  " + pad(line.amount, amount, true) + "  " +
+                                line.text);
+    };
+    for (const Link& link : r.links)
+        block(link.label(), link.summary, &link);
+    block("router (all WAN links)", r.totals_summary, nullptr);
+}
+
+void write_client_table(std::ostream& out, const ClientTable& t, int bar_width, bool raw)
 {
     out << '\n';
     if (!t.problem.empty()) {
@@ -194,8 +283,8 @@ void write_client_table(std::ostream& out, const ClientTable& t, int bar_width)
     std::vector<std::string> bars;
     for (size_t i = 0; i < t.shown; ++i) {
         const ClientRow& row = t.rows[i];
-        rows.push_back({std::to_string(i + 1), row.key, row.types, amount(row.first, "KiB"),
-                        amount(row.second, "KiB"), amount(row.total(), "KiB")});
+        rows.push_back({std::to_string(i + 1), row.key, row.types, show_kib(row.first, raw),
+                        show_kib(row.second, raw), show_kib(row.total(), raw)});
         bars.push_back(bar_text(row.first, row.second, largest, bar_width));
     }
     write_table(out,
@@ -210,8 +299,10 @@ void write_client_table(std::ostream& out, const ClientTable& t, int bar_width)
 
 } // namespace
 
-void write_text_report(std::ostream& out, const Report& r, int bar_width)
+void write_text_report(std::ostream& out, const Report& r, const TextOptions& options)
 {
+    const int bar_width = options.bar_width;
+    const bool raw = options.raw;
     out << "ruvo usage report\n"
         << "=================\n\n";
     out << "WAN links: " << r.wan_count << " (" << r.wan_count_note << ")\n";
@@ -223,28 +314,39 @@ void write_text_report(std::ostream& out, const Report& r, int bar_width)
     out << " (" << r.dual_sim_note << ")\n";
     for (const std::string& note : r.config_notes)
         out << note << '\n';
-    out << "Link and router figures are in MiB, client figures in KiB, as the daemon's files hold them.\n"
-        << "Counter 1 and counter 2 are the two counters of the kernel's lines, in that order.\n"
-        << "Rows are newest first; * marks the running period (the first line of a file).\n";
+    if (raw)
+        out << "Link and router figures are in MiB, client figures in KiB, as the daemon's files hold them.\n";
+    else
+        out << "Figures are in B, KiB, MiB, GiB and TiB (1 KiB = 1024 B); the daemon's files hold MiB for\n"
+            << "links and the router and KiB for clients, rounded down (--raw shows those).\n";
+    if (options.summary_only) {
+        write_summary(out, r, raw);
+        return;
+    }
+    out << "Counter 1 and counter 2 are the two counters of the kernel's lines, in that order.\n"
+        << "Rows are newest first; * marks the running period (the first line of a file).\n"
+        << "Projections run the billing cycle's traffic so far on to the cycle's end at the same rate;\n"
+        << "the lines of an allowance are 75 %, 95 % and 99.5 % (where the link is suspended).\n";
     if (bar_width > 0)
         out << "Bars: # counter 1, = counter 2, " << bar_width
             << " characters for the largest total of each table.\n";
 
-    write_allowances(out, r);
+    write_summary(out, r, raw);
+    write_allowances(out, r, raw);
 
     for (const Link& link : r.links) {
         heading(out, link.label(), '-');
         for (const UsageTable& t : link.tables)
-            write_usage_table(out, t, bar_width);
+            write_usage_table(out, t, bar_width, raw);
     }
 
     heading(out, "Router totals (all WAN links)", '-');
     for (const UsageTable& t : r.totals)
-        write_usage_table(out, t, bar_width);
+        write_usage_table(out, t, bar_width, raw);
 
     heading(out, "Top clients", '-');
     for (const ClientTable& t : r.clients)
-        write_client_table(out, t, bar_width);
+        write_client_table(out, t, bar_width, raw);
 }
 
 } // namespace report

@@ -7,7 +7,12 @@
 
 namespace report {
 
-// Writes the report; bars are bar_width characters at most (0: no bars).
-void write_text_report(std::ostream& out, const Report& r, int bar_width);
+struct TextOptions {
+    int bar_width = 40;         // bars are this many characters at most (0: no bars)
+    bool raw = false;           // figures in the files' own units (MiB, KiB), not scaled
+    bool summary_only = false;  // the summary blocks and nothing else
+};
+
+void write_text_report(std::ostream& out, const Report& r, const TextOptions& options);
 
 } // namespace report

@@ -1,6 +1,8 @@
 #include "tools/report/usage_reader.h"
 
 #include "platform/strutils.h"
+#include "tools/report/projection.h"
+#include "tools/report/units.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -432,6 +434,16 @@ Link read_link(const std::string& root, const Config& config, int wan, int sim, 
             link.allowance_notes.push_back(link.id + " allowance: " + quota_key + " \"" + value +
                                            "\" is not a number of MB");
         }
+        // The start day as the daemon converts it: strtol, base 10 (an empty value is 0,
+        // the month's last day; a negative one keeps no cycle). Days beyond any month are
+        // cut to a bound that still fits an int; the projection gives up on them anyway.
+        if (const char* day = config.get(start_key)) {
+            long value = std::strtol(day, nullptr, 10);
+            if (value >= 0) {
+                a.start_day_set = true;
+                a.start_day = value > 1000000 ? 1000000 : static_cast<int>(value);
+            }
+        }
         const char* action = config.get(setting_key(wan, sim, "USAGE_ACTION"));
         std::string text = action ? action : "";
         bool email = text.find("email") != std::string::npos;
@@ -443,6 +455,8 @@ Link read_link(const std::string& root, const Config& config, int wan, int sim, 
 
     std::string marker = sim == 0 ? dir + "usage_suspend" : dir + format("usage_suspend.sim%d", sim);
     a.suspended = can_read(root, marker);
+    project_allowance(&link);
+    link.summary = summarize(link.tables);
     return link;
 }
 
@@ -667,6 +681,7 @@ Report read_report(const std::string& root)
     r.totals.push_back(read_usage_table(root, "router", HOURLY, korel + "/link_usage_hourly_total.csv", &read));
     r.totals.push_back(read_usage_table(root, "router", DAILY, korel + "/link_usage_daily_total.csv", &read));
     r.totals.push_back(read_usage_table(root, "router", MONTHLY, korel + "/link_usage_monthly_total.csv", &read));
+    r.totals_summary = summarize(r.totals);
 
     static const ClientKind kinds[] = {
         {"by IP address, hour", "address", "/var/run/korel/client_usage_hourly", true, false, false},
