@@ -237,6 +237,12 @@ void expectation::tick(time_t t, const std::vector<link_tick>& links, int active
             delta = nothing; // the SIM not in use gets the sample time and no traffic
         r.add(t, delta);
     }
+    uint64_t own[2] = {0, 0};
+    for (const link_tick& l : links) {
+        own[0] += l.own[0];
+        own[1] += l.own[1];
+    }
+    own_hours_.add(t, own);
     quota_.check(t, records_[QUOTA_WAN - 1].days, events_);
 }
 
@@ -265,6 +271,7 @@ bool expectation::write(const std::string& path, const scenario& s, time_t last_
           "#   hour <record> <YYYY-MM-DD-HH> <c1> <c2> a local hour's traffic\n"
           "#   total <record> <c1> <c2>                the whole run's traffic\n"
           "#   client_day <YYYY-MM-DD> <first> <second> the LAN clients' traffic fed that day\n"
+          "#   own_hour <YYYY-MM-DD-HH> <c1> <c2>      the router's own traffic on all links\n"
           "#   note <epoch> <kind> <text>              what the generator did (wrap, reset, ...)\n"
           "#   email <epoch> <subject>                 an alert e-mail (subject without \"Subject: \")\n"
           "#   syslog <epoch> <text>                   an allowance line (ident \"balance\")\n"
@@ -289,11 +296,22 @@ bool expectation::write(const std::string& path, const scenario& s, time_t last_
           "# day lines all stay below 2^52 bytes, the MiB of the day lines add up to the total\n"
           "# less the cut-off parts: 0 <= total - 2^20 * sum(MiB) < number of lines * 2^20.\n"
           "#\n"
-          "# client_day is the growth of the kernel's client counters (first/second), not what\n"
+          "# The links carry the clients' traffic and the router's own: every tick a link's\n"
+          "# counter 1 grows by its clients' first counters and its own counter 1 traffic, and\n"
+          "# its counter 2 by their second counters and its own counter 2 traffic.\n"
+          "#\n"
+          "# client_day is the growth of the kernel's client counters (first/second), which\n"
+          "# start at 0 with the run: the links' traffic less the router's own. It is not what\n"
           "# the client files must show: the daemon counts a client from its second reading on,\n"
-          "# and then with its whole kernel counters (also those from before the run), and it\n"
-          "# counts the whole counters again after a restart and after the clock goes back into\n"
-          "# an hour that has a file.\n",
+          "# and then with its whole kernel counters, and it counts the whole counters again\n"
+          "# after a restart and after the clock goes back into an hour that has a file.\n"
+          "#\n"
+          "# own_hour is the router's own traffic (a fixed amount per tick on every link that\n"
+          "# carries traffic) by the hours as the hourly history repairs them, as hour lines are.\n"
+          "# Outside the hours the daemon counts otherwise (after a restart, the hour the clock\n"
+          "# steps back into, the hour of a counter reset), an hourly client file adds up to the\n"
+          "# router's hour total less own_hour (less one byte per wrap in the hour), within what\n"
+          "# the cuts to KiB per client line and to MiB in the total lose.\n",
           out);
 
     const timeline& tl = s.events();
@@ -328,6 +346,9 @@ bool expectation::write(const std::string& path, const scenario& s, time_t last_
         fprintf(out, "total %s %" PRIu64 " %" PRIu64 "\n", r.name.c_str(), r.total[0], r.total[1]);
     for (const auto& [day, fed] : s.client_days())
         fprintf(out, "client_day %s %" PRIu64 " %" PRIu64 "\n", day.c_str(), fed.first, fed.second);
+    for (const auto& [start, p] : own_hours_.periods())
+        fprintf(out, "own_hour %s %" PRIu64 " %" PRIu64 "\n", format_period(start, false).c_str(), p.bytes[0],
+                p.bytes[1]);
     for (const scenario::note& n : s.notes())
         fprintf(out, "note %lld %s %s\n", static_cast<long long>(n.when), n.kind.c_str(), n.text.c_str());
     for (const expected_event& e : events_)

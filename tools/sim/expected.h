@@ -100,7 +100,7 @@ public:
     explicit expectation(const scenario& s);
 
     // One tick at time t: the links' counted deltas into the WAN records and the active
-    // SIM's record, then the allowance checks.
+    // SIM's record, the router's own traffic into its hours, then the allowance checks.
     void tick(time_t t, const std::vector<link_tick>& links, int active_sim);
     void restart();
     bool wan1_suspended() const { return quota_.suspended(); }
@@ -114,6 +114,9 @@ public:
 
 private:
     std::vector<record_account> records_;
+    // The router's own traffic on all links, by the hours as the hourly history shows them
+    // (the same repair when the clock steps back).
+    period_account own_hours_{false, 32};
     int dual_sim_wan_;
     quota_account quota_;
     std::vector<expected_event> events_;

@@ -349,6 +349,23 @@ check_moment moment(int tick, time_t clock, bool clock_back, const sim_platform&
     return m;
 }
 
+// The tick's traffic as the hourly sums of the clients need it: the router's own traffic
+// on all links, what the daemon counts short of what the links carried (a wrap: one byte),
+// and whether a link's counter restarted (a drop the daemon counts as a wrap, far more than
+// the link carried).
+check_moment with_traffic(check_moment m, const std::vector<link_tick>& traffic)
+{
+    for (const link_tick& l : traffic)
+        for (int c = 0; c < 2; ++c) {
+            m.own[c] += l.own[c];
+            if (l.counted[c] < l.fed[c])
+                m.uncounted[c] += l.fed[c] - l.counted[c];
+            else if (l.counted[c] > l.fed[c])
+                m.link_restarted = true;
+        }
+    return m;
+}
+
 // The wall time of the passes: the slowest one shows that none hung.
 struct run_stats {
     double slowest = 0;
@@ -524,7 +541,8 @@ int main(int argc, char** argv)
                 ++stats.kills_mid_pass;
             stats.kills_at_backup += kill.at_backup;
             ++stats.restarts;
-            check_moment m = moment(tick, clock + 10, false, plat, config_damaged, false, false, faults.damaged_inputs());
+            check_moment m = with_traffic(
+                moment(tick, clock + 10, false, plat, config_damaged, false, false, faults.damaged_inputs()), traffic);
             checker.after_restart(m, *state);
         } else {
             loop_pass(*state);
@@ -533,8 +551,9 @@ int main(int argc, char** argv)
             if (checking) {
                 bool copies_made = false;
                 bool copies_worked = plat.take_copy_state(&copies_made);
-                checker.after_pass(moment(tick, clock, clock < previous_clock, plat, config_damaged, copies_made,
-                                          copies_worked, faults.damaged_inputs()),
+                checker.after_pass(with_traffic(moment(tick, clock, clock < previous_clock, plat, config_damaged,
+                                                       copies_made, copies_worked, faults.damaged_inputs()),
+                                                traffic),
                                    *state);
             }
         }
@@ -648,6 +667,14 @@ int main(int argc, char** argv)
         add("    %ld history lines restored at the start-ups, each as the last backup holds it; %ld passes "
             "found a link at or above its line, and suspended\n",
             checker.restored_lines(), checker.suspended_passes());
+        long excepted = 0;
+        for (const auto& [why, n] : checker.hours_excepted())
+            excepted += n;
+        add("    %ld hours ended with their clients' hourly file adding up to the router's hour total less its "
+            "own traffic (within the files' cuts); %ld hours excepted:\n",
+            checker.hours_checked(), excepted);
+        for (const auto& [why, n] : checker.hours_excepted())
+            add("      %ld: %s\n", n, why.c_str());
         for (const auto& [kind, n] : checker.failure_kinds())
             add("    failed %ld times: %s\n", n, kind.c_str());
         for (const std::string& f : checker.failures())

@@ -19,8 +19,9 @@ constexpr unsigned DIURNAL[24] = {600,  450,  350,  300,  280,  320,  450,  700,
                                   950,  1100, 1200, 1250, 1300, 1300, 1300, 1350,
                                   1400, 1350, 1500, 1600, 1550, 1350, 1200, 850};
 
-// WAN 1 carries this much a day until its first suspension, and less afterwards (its users
-// learnt their lesson), so that the new billing cycle does not reach 75 % within 3 days.
+// The clients' traffic through WAN 1 in a day until its first suspension, and less afterwards
+// (its users learnt their lesson), so that the new billing cycle does not reach 75 % within
+// 3 days.
 constexpr uint64_t WAN1_DAY_BYTES = 3 * GIB;
 constexpr uint64_t WAN1_DAY_BYTES_AFTER = 600 * MIB;
 // WAN 1's counter 1 starts 700 MiB below 2^64, so it wraps on the first day.
@@ -75,6 +76,12 @@ void split(splitmix64& random, uint64_t total, uint64_t out[2])
     out[1] = total * share / 1000;
     out[0] = total - out[1];
 }
+
+// The weight of an active client of size_bytes (2 MiB to 2 GiB) on a tick with noise in
+// thousandths: its size in MiB times the noise (at most 2^11 × 1800, below 2^22), so that a
+// link's volume of a tick (below 2^23 bytes: 5 GiB a day at the busiest hour and the
+// highest noise) times the weights of up to 16,384 clients stays below 2^59.
+uint64_t client_weight(uint64_t size_bytes, uint64_t noise) { return (size_bytes >> 20) * noise; }
 
 } // namespace
 
@@ -184,9 +191,10 @@ scenario::scenario(const scenario_options& options, const std::string& root)
         lan_client c{};
         c.mac = 0x020000000000ULL | (setup.next() & 0xffffffffffULL);
         c.address_index = static_cast<uint32_t>(i);
-        c.day_bytes = ((2 * MIB) << setup.below(10)) * setup.between(1000, 2000) / 1000;
-        c.counter[0] = setup.below(3 * c.day_bytes);
-        c.counter[1] = setup.below(c.day_bytes / 2);
+        c.link = static_cast<uint32_t>(i % n);
+        c.size_bytes = ((2 * MIB) << setup.below(10)) * setup.between(1000, 2000) / 1000;
+        // The kernel's client counters start at 0 with the run: what they hold is what the
+        // clients sent and received through the links from the first tick on.
         c.wireless = setup.chance(600);
         uint64_t kind = setup.below(100);
         auto tick_between = [&](int low_permille, int high_permille) {
@@ -201,11 +209,10 @@ scenario::scenario(const scenario_options& options, const std::string& root)
             c.leave_tick = tick_between(200, 950);
         } else if (kind < 23) {
             c.join_tick = tick_between(50, 800);
-            c.counter[0] = 0;
-            c.counter[1] = 0;
         }
         clients_.push_back(c);
     }
+    weights_.resize(clients_.size());
 }
 
 bool scenario::write_static_files() const
@@ -254,10 +261,16 @@ bool scenario::write_static_files() const
 std::vector<link_tick> scenario::advance(int tick, time_t t, bool wan1_suspended)
 {
     const unsigned busy = DIURNAL[hour_of(t)];
-    std::vector<link_tick> result(links_.size());
-    for (size_t i = 0; i < links_.size(); ++i) {
+    const size_t n = links_.size();
+    // The links first: each one's volume for its clients on this tick, both counters, and
+    // whether it carries traffic at all: not WAN 1 while it is suspended, not the dual-SIM
+    // link on the tick of its SIM switch (the modem changes SIM; no SIM carries that
+    // interval's traffic).
+    std::vector<link_tick> result(n);
+    std::vector<uint64_t> volume(2 * n);
+    std::vector<bool> carries(n);
+    for (size_t i = 0; i < n; ++i) {
         wan_link& link = links_[i];
-        link_tick& out = result[i];
         if (i == 0 && wan1_suspended && link.day_bytes != WAN1_DAY_BYTES_AFTER) {
             link.day_bytes = WAN1_DAY_BYTES_AFTER;
             notes_.push_back({t, "cut-back", "WAN 1 suspended: its traffic stops, and is "
@@ -267,9 +280,64 @@ std::vector<link_tick> scenario::advance(int tick, time_t t, bool wan1_suspended
         // link's state does not shift the others' numbers.
         uint64_t noise = link_random_.between(500, 1500);
         uint64_t total = link.day_bytes / TICKS_PER_DAY * busy / 1000 * noise / 1000;
-        split(link_random_, total, out.fed);
-        if (i == 0 && wan1_suspended)
-            out.fed[0] = out.fed[1] = 0;
+        split(link_random_, total, &volume[2 * i]);
+        carries[i] = !(i == 0 && wan1_suspended) && !(link.dual_sim && tick == timeline_.sim_switch_tick);
+    }
+
+    // The clients: each one draws whether it is active and its noise, whether or not it is
+    // there; an active client that can send on this tick, on a link that carries traffic,
+    // takes a share of its link's volume by its weight.
+    std::vector<uint64_t> link_weight(n);
+    for (size_t k = 0; k < clients_.size(); ++k) {
+        const lan_client& c = clients_[k];
+        bool active = client_random_.chance(busy / 2);
+        uint64_t noise = client_random_.between(200, 1800);
+        weights_[k] = active && carries[c.link] && client_can_send(c, tick) ? client_weight(c.size_bytes, noise) : 0;
+        link_weight[c.link] += weights_[k];
+    }
+
+    struct tm day;
+    localtime_r(&t, &day);
+    char day_name[16];
+    strftime(day_name, sizeof day_name, "%Y-%m-%d", &day);
+    std::pair<uint64_t, uint64_t>& fed_today = client_days_[day_name];
+    // Each counter of a link's volume is cut at the running sums of its clients' weights,
+    // so that the shares add up to the volume exactly.
+    std::vector<uint64_t> running(n);
+    for (size_t k = 0; k < clients_.size(); ++k) {
+        lan_client& c = clients_[k];
+        if (tick == c.change_tick) {
+            // A new address is a new kernel entry: its counters start again.
+            c.counter[0] = 0;
+            c.counter[1] = 0;
+        }
+        if (weights_[k] == 0)
+            continue;
+        const uint64_t before = running[c.link];
+        const uint64_t after = before + weights_[k];
+        running[c.link] = after;
+        const uint64_t whole = link_weight[c.link];
+        const uint64_t* v = &volume[2 * c.link];
+        uint64_t part[2];
+        for (int j = 0; j < 2; ++j)
+            part[j] = v[j] * after / whole - v[j] * before / whole;
+        c.counter[0] += part[0];
+        c.counter[1] += part[1];
+        fed_today.first += part[0];
+        fed_today.second += part[1];
+    }
+
+    for (size_t i = 0; i < n; ++i) {
+        wan_link& link = links_[i];
+        link_tick& out = result[i];
+        // A link none of whose clients is active carries no clients' traffic: the volume
+        // drawn for them is not sent.
+        const bool clients = link_weight[i] != 0;
+        for (int c = 0; c < 2; ++c) {
+            out.own[c] = carries[i] ? ROUTER_OWN_BYTES[c] : 0;
+            out.fed[c] = (clients ? volume[2 * i + c] : 0) + out.own[c];
+            link.own_total[c] += out.own[c];
+        }
         uint64_t next[2];
         for (int c = 0; c < 2; ++c)
             next[c] = link.counter[c] + out.fed[c];
@@ -295,29 +363,6 @@ std::vector<link_tick> scenario::advance(int tick, time_t t, bool wan1_suspended
             link.counter[c] = next[c];
         }
     }
-
-    struct tm day;
-    localtime_r(&t, &day);
-    char day_name[16];
-    strftime(day_name, sizeof day_name, "%Y-%m-%d", &day);
-    std::pair<uint64_t, uint64_t>& fed_today = client_days_[day_name];
-    for (lan_client& c : clients_) {
-        if (tick == c.change_tick) {
-            // A new address is a new kernel entry: its counters start again.
-            c.counter[0] = 0;
-            c.counter[1] = 0;
-        }
-        bool active = client_random_.chance(busy / 2);
-        uint64_t noise = client_random_.between(200, 1800);
-        uint64_t parts[2];
-        split(client_random_, c.day_bytes / (TICKS_PER_DAY / 2) * busy / 1000 * noise / 1000, parts);
-        if (!active || !client_listed(c, tick))
-            continue;
-        c.counter[0] += parts[0];
-        c.counter[1] += parts[1];
-        fed_today.first += parts[0];
-        fed_today.second += parts[1];
-    }
     return result;
 }
 
@@ -330,6 +375,14 @@ bool scenario::client_listed(const lan_client& c, int tick) const
 bool scenario::client_in_arp(const lan_client& c, int tick) const
 {
     return tick >= c.join_tick && (c.leave_tick == 0 || tick < c.leave_tick);
+}
+
+bool scenario::client_can_send(const lan_client& c, int tick) const
+{
+    // A client sends and receives while it is in the ARP table, except on the tick its
+    // kernel entry is new (it joined, or its address changed): the kernel lists a new entry
+    // first with 0/0.
+    return client_in_arp(c, tick) && !(c.join_tick != 0 && tick == c.join_tick) && tick != c.change_tick;
 }
 
 uint32_t scenario::client_address(const lan_client& c, int tick) const
@@ -349,12 +402,12 @@ bool scenario::write_kernel_files(time_t t, int tick) const
     // The dual-SIM link is the only one in the list, so its slot file is cell0_slot.
     ok = write_whole(real("/etc/gpio_map/cell0_slot"), std::to_string(active_sim(tick)) + "\n") && ok;
 
-    // The kernel also counts the router's own LAN and WAN 1 addresses; the daemon skips them.
+    // The kernel also counts the router's own LAN and WAN 1 addresses (the latter: the
+    // router's own traffic on WAN 1); the daemon skips them.
     std::string usage = "timestamp:" + stamp + "\n";
     usage += std::string(LAN_ADDRESS) + ":" + number(7340032 + 1024 * static_cast<uint64_t>(tick)) + "/" +
              number(1048576 + 512 * static_cast<uint64_t>(tick)) + "\n";
-    usage += "100.64.1.2:" + number(4096 * static_cast<uint64_t>(tick)) + "/" +
-             number(2048 * static_cast<uint64_t>(tick)) + "\n";
+    usage += "100.64.1.2:" + number(links_[0].own_total[0]) + "/" + number(links_[0].own_total[1]) + "\n";
     std::string arp = "IP address       HW type     Flags       HW address            Mask     Device\n";
     char line[160];
     auto arp_line = [&](const std::string& address, unsigned flags, const std::string& mac, const char* device) {

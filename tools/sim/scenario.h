@@ -1,6 +1,10 @@
 // The simulated router's side of the run: its configuration, its WAN links with their kernel
 // counters, its LAN clients, and the timeline of the things that happen to them. It writes
 // the kernel files the daemon reads before every tick.
+//
+// The traffic is coherent: every tick each link's volume is drawn, and the clients that go
+// out through the link and are active share it; the link's counters grow by their shares
+// plus the router's own traffic on the link (README.md, "How traffic is made").
 #pragma once
 
 #include "prng.h"
@@ -32,6 +36,11 @@ constexpr const char* QUOTA_ACTION = "email,disconnect";
 constexpr const char* ROUTER_SNMP_NAME = "sim-router";
 constexpr const char* LAN_ADDRESS = "192.168.0.1";
 
+// The router's own traffic on every link that carries traffic, per tick (name look-ups,
+// time, the firmware's own checks): counter 1 and counter 2, in bytes. The kernel counts
+// it in the link's counters and in no LAN client's.
+constexpr uint64_t ROUTER_OWN_BYTES[2] = {4096, 2048};
+
 // The ticks (1-based) at which the scenario's events happen. Before the clock step tick k
 // is at SIM_START + 30 k, from it on 2 h earlier.
 struct timeline {
@@ -49,14 +58,16 @@ timeline make_timeline(int days);
 // One WAN link with its two kernel counters.
 struct wan_link {
     std::string name;
-    uint64_t day_bytes;   // mean traffic of a day, both counters together
+    uint64_t day_bytes;   // mean traffic of its clients in a day, both counters together
     uint64_t counter[2];  // the kernel's raw counters
+    uint64_t own_total[2] = {0, 0}; // the router's own traffic on the link since the start
     bool dual_sim = false;
 };
 
 // What the kernel's counters did on one tick, as the daemon's reader will take it.
 struct link_tick {
-    uint64_t fed[2];      // the traffic of the interval, in bytes
+    uint64_t fed[2];      // the traffic of the interval, in bytes: the clients' and the router's own
+    uint64_t own[2];      // the router's own part of fed
     uint64_t counted[2];  // the delta the daemon computes from the two raw readings
 };
 
@@ -64,7 +75,8 @@ struct lan_client {
     uint64_t mac;
     uint32_t address_index;     // index into the LAN address plan
     uint32_t new_address_index; // after the address change
-    uint64_t day_bytes;
+    uint32_t link;              // the WAN link (0-based) its traffic goes through: its index modulo the links
+    uint64_t size_bytes;        // its size: how much of its link's traffic it takes when active
     uint64_t counter[2];        // the kernel's counters of the current address
     int join_tick = 0;          // present from this tick on
     int change_tick = 0;        // the address changes on this tick (0: never)
@@ -81,7 +93,8 @@ public:
     bool write_static_files() const;
 
     // Advances the links and clients to tick k (time t). wan1_suspended: WAN 1 carries no
-    // traffic while its suspension marker is set. Returns the per-link traffic.
+    // traffic while its suspension marker is set (neither its clients' nor the router's
+    // own). Returns the per-link traffic.
     std::vector<link_tick> advance(int tick, time_t t, bool wan1_suspended);
 
     // Writes the kernel files of the current state at time t: link and client counters,
@@ -108,13 +121,16 @@ public:
     const std::vector<note>& notes() const { return notes_; }
 
     // The LAN clients' traffic fed per local day ("YYYY-MM-DD"), both counters: what the
-    // kernel's client counters grew by, not what the daemon's client files must show.
+    // kernel's client counters grew by, which is what the links carried less the router's
+    // own traffic; not what the daemon's client files must show (it counts twice after a
+    // restart, for instance).
     const std::map<std::string, std::pair<uint64_t, uint64_t>>& client_days() const { return client_days_; }
 
 private:
     std::string real(const char* absolute) const { return root_ + absolute; }
     bool client_listed(const lan_client& c, int tick) const;
     bool client_in_arp(const lan_client& c, int tick) const;
+    bool client_can_send(const lan_client& c, int tick) const;
     uint32_t client_address(const lan_client& c, int tick) const;
 
     scenario_options options_;
@@ -122,6 +138,7 @@ private:
     timeline timeline_;
     std::vector<wan_link> links_;
     std::vector<lan_client> clients_;
+    std::vector<uint64_t> weights_; // advance's scratch: each client's weight on this tick
     splitmix64 link_random_;
     splitmix64 client_random_;
     uint64_t fault_seed_ = 0;

@@ -293,6 +293,39 @@ std::vector<std::string> restored_view(const std::vector<std::string>& backup, b
     return view;
 }
 
+// Why the clients of an hour cannot be summed against the router's total of the hour: the
+// daemon counts that hour otherwise, or the files may hold an earlier state.
+const char* const EXCEPT_START =
+    "the daemon started again in the hour (it loads the hour's client file as a baseline and counts the clients' "
+    "whole kernel counters on top of it; its WAN records' hour is what the last backup held)";
+const char* const EXCEPT_START_BEFORE =
+    "the daemon started again in the pass before the hour, whose readings the hour's counts start from (the "
+    "clients that its first reading creates are counted with their whole kernel counters at their second)";
+const char* const EXCEPT_START_AT_END =
+    "the daemon was killed in the pass that ended the hour, or started again right after it (the hour's files "
+    "may not have been written)";
+const char* const EXCEPT_CLOCK_BACK =
+    "the clock stepped back into the hour (the WAN hourly history resumes the hour with its earlier traffic, "
+    "while the client table loads the hour's file as a baseline and counts the clients' whole kernel counters "
+    "on top of it)";
+const char* const EXCEPT_LEFT_BACK =
+    "the clock stepped back out of the hour before it ended (the WAN hourly history gives up its traffic; the "
+    "hour comes again)";
+const char* const EXCEPT_LINK_RESTART =
+    "a link's counter restarted in the hour (the daemon counts the drop as a wrap, a delta near 2^64)";
+const char* const EXCEPT_TMP_FULL =
+    "/tmp was full in the hour's last pass or in the pass that ended it (the hour's client file or the total "
+    "may hold an earlier state)";
+const char* const EXCEPT_DAMAGED =
+    "a kernel counter file was damaged in the hour (without the link file the daemon adds the previous deltas "
+    "again; a damaged number or time stamp counts wrongly in that reading and the next)";
+const char* const EXCEPT_DAMAGED_BEFORE =
+    "the pass before the hour read a damaged kernel counter file (the hour's first readings count from a missing "
+    "or wrong one)";
+
+constexpr uint64_t KIB_BYTES = 1ULL << 10;
+constexpr uint64_t MIB_BYTES = 1ULL << 20;
+
 // The start of the period named by a client or MAC file's name, as text to compare names
 // with: "%Y-%m-%d-%H" for hourly directories, "%Y-%m-%d" for the others.
 std::string period_name(time_t t, bool hourly)
@@ -356,6 +389,7 @@ tree_checker::tree_checker(std::string root, int links, int dual_sim_wan) : root
 void tree_checker::fail(const check_moment& m, const std::string& what)
 {
     static const char* const kinds[][2] = {
+        {"do not add up to the router's total", "the clients of an hour do not add up to the router's total"},
         {"half-written", "half-written file"},
         {"does not parse", "line that does not parse"},
         {"(it had ", "file emptied or removed"},
@@ -843,6 +877,109 @@ void tree_checker::note_lost_lines(const check_moment& m, const daemon_state& st
     billing_start_ = cycles;
 }
 
+// Follows the hours of the daemon's clock from pass to pass: when a pass ends an hour, the
+// hour's client file is summed against the router's total, unless something in the hour,
+// in the pass that ended it or in the pass before it makes the daemon count it otherwise.
+void tree_checker::follow_hours(const check_moment& m, bool restart)
+{
+    const std::string hour = period_name(m.clock, true);
+    const bool damaged = m.damaged_inputs.find("/proc/korel/config/link_usage") != std::string::npos ||
+                         m.damaged_inputs.find("/proc/korel/config/client_usage") != std::string::npos;
+    // What the pass does to the hour it is in, to the hour it ends (only the writing of the
+    // files matters there: the hour's last readings were taken before), and to the next
+    // hour when it is the last pass before it. A full "/tmp" matters only when it keeps
+    // the hour's last files from being written: the counts are in memory, and every pass
+    // writes the hour's client file whole, and the pass that ends the hour the total.
+    const char* here = restart ? EXCEPT_START : damaged ? EXCEPT_DAMAGED : m.link_restarted ? EXCEPT_LINK_RESTART : "";
+    const char* ending = restart ? EXCEPT_START_AT_END : m.tmp_full || last_pass_tmp_full_ ? EXCEPT_TMP_FULL : "";
+    const char* carried = restart ? EXCEPT_START_BEFORE : damaged ? EXCEPT_DAMAGED_BEFORE : "";
+    if (open_hour_.empty() || hour > open_hour_) {
+        if (!open_hour_.empty()) {
+            const std::string why = !open_hour_exception_.empty() ? open_hour_exception_ : std::string(ending);
+            if (why.empty())
+                check_hour_sums(m, open_hour_);
+            else
+                ++hours_excepted_[why];
+        }
+        open_hour_ = hour;
+        open_hour_exception_ = *here ? std::string(here) : carried_exception_;
+        open_hour_own_[0] = open_hour_own_[1] = 0;
+    } else if (hour < open_hour_) {
+        ++hours_excepted_[EXCEPT_LEFT_BACK];
+        open_hour_ = hour;
+        open_hour_exception_ = EXCEPT_CLOCK_BACK;
+        open_hour_own_[0] = open_hour_own_[1] = 0;
+    } else if (open_hour_exception_.empty()) {
+        open_hour_exception_ = here;
+    }
+    // A wrap counted one byte short is one byte of the clients' or the router's traffic
+    // that the total lacks: it is taken off the router's own (which is far larger).
+    for (int c = 0; c < 2; ++c)
+        open_hour_own_[c] += m.own[c] - m.uncounted[c];
+    carried_exception_ = carried;
+    last_pass_tmp_full_ = m.tmp_full;
+}
+
+// The lines of the hour's client file against the hour's line of the router's total, less
+// the router's own traffic. Each client line shows KiB cut from bytes (0 to 1,023 bytes
+// lost per line and counter) and the total MiB cut from the bytes' sum (0 to 2^20 - 1
+// lost), so with n lines, per counter, in bytes:
+//     -1023 n <= 1024 * sum(KiB) + own - 2^20 * MiB <= 2^20 - 1.
+// An hour without a client file is an hour without client traffic (n = 0).
+void tree_checker::check_hour_sums(const check_moment& m, const std::string& hour)
+{
+    const std::string clients_path = "/var/run/korel/client_usage_hourly/" + hour + ".csv";
+    const std::string total_path = "/var/run/korel/link_usage_hourly_total.csv";
+    uint64_t kib[2] = {0, 0};
+    uint64_t lines = 0;
+    if (entry_of(clients_path).inode != 0) {
+        std::string content;
+        if (!read_whole(real(clients_path), &content)) {
+            fail(m, clients_path + ": cannot be read");
+            return;
+        }
+        for (const std::string& line : split_lines(content)) {
+            const std::vector<std::string> f = fields(line);
+            uint64_t first = 0, second = 0;
+            if (f.size() != 4 || !number(f[2], U64_MAX, &first) || !number(f[3], U64_MAX, &second))
+                return; // the format's own check reports it
+            kib[0] += first;
+            kib[1] += second;
+            ++lines;
+        }
+    }
+    uint64_t mib[2] = {0, 0};
+    bool found = false;
+    for (const std::string& line : file_lines(real(total_path))) {
+        const std::vector<std::string> f = fields(line);
+        if (f.size() == 3 && f[0] == hour && number(f[1], U64_MAX, &mib[0]) && number(f[2], U64_MAX, &mib[1])) {
+            found = true;
+            break;
+        }
+    }
+    ++checks_;
+    if (!found) {
+        fail(m, total_path + ": no line for the hour " + hour + " that just ended, so its " +
+                    std::to_string(lines) + " client lines do not add up to the router's total");
+        return;
+    }
+    bool held = true;
+    for (int c = 0; c < 2; ++c) {
+        const uint64_t clients = kib[c] * KIB_BYTES, total = mib[c] * MIB_BYTES, own = open_hour_own_[c];
+        const bool ok = clients + own + 1023 * lines >= total && clients + own <= total + MIB_BYTES - 1;
+        held = held && ok;
+        ++checks_;
+        if (!ok)
+            fail(m, clients_path + ": the clients of " + hour + " do not add up to the router's total: counter " +
+                        std::to_string(c + 1) + ", " + std::to_string(lines) + " lines of " + std::to_string(kib[c]) +
+                        " KiB in all, and the router's own " + std::to_string(own) + " bytes, against " +
+                        std::to_string(mib[c]) + " MiB: " +
+                        std::to_string(static_cast<long long>(clients + own) - static_cast<long long>(total)) +
+                        " bytes apart, not within [-1023 x " + std::to_string(lines) + ", 2^20 - 1]");
+    }
+    hours_checked_ += held;
+}
+
 void tree_checker::check_all(const check_moment& m, const daemon_state& state, bool restart)
 {
     listings_.clear();
@@ -889,6 +1026,7 @@ void tree_checker::after_pass(const check_moment& given, const daemon_state& sta
     check_backup_copies(m);
     check_allowances(m, state);
     note_lost_lines(m, state, false);
+    follow_hours(m, false);
     after_restart_pending_ = false;
 }
 
@@ -910,4 +1048,5 @@ void tree_checker::after_restart(const check_moment& m, const daemon_state& stat
         remember(state.sim[i], index++);
     after_restart_pending_ = true;
     note_lost_lines(m, state, true);
+    follow_hours(m, true);
 }

@@ -36,7 +36,23 @@
 //   - the allowance is enforced: after every pass whose configuration was intact, a
 //     record's suspension marker exists exactly when its action has "disconnect" and its
 //     billing-cycle usage, as the daemon counts it, is at or above 99.5 % of its
-//     allowance; also on the first pass after a restart.
+//     allowance; also on the first pass after a restart;
+//   - the clients add up to the links: when an hour of the daemon's clock ends, the lines
+//     of its hourly client file add up to the router's hourly total of that hour less the
+//     router's own traffic, within what the files' cuts lose. Each counter's client lines
+//     show KiB cut from bytes (each line loses 0 to 1,023 bytes) and the total shows MiB cut
+//     from the bytes' sum (it loses 0 to 2^20 - 1), so with n lines
+//         -1023 n <= 1024 * sum(KiB) + own - 2^20 * MiB <= 2^20 - 1   (bytes).
+//     A wrap of a link's counter, which the daemon counts one byte short, is taken off the
+//     own traffic. An hour is excepted, for the reason counted in hours_excepted(), when
+//     the daemon counts it otherwise: it started again in the hour (after a kill or a
+//     restart it loads the hour's client file as a baseline and counts the clients' whole
+//     kernel counters on top); the clock stepped back into it (the WAN history resumes the
+//     hour, the client table loads its file as a baseline) or out of it; a link's counter
+//     restarted in it (counted as a delta near 2^64); "/tmp" was full in its last pass or
+//     in the pass that ended it (its files may hold an earlier state); a kernel counter
+//     file was damaged in it; or the pass before it, whose readings its counts start from,
+//     was a start-up or read a damaged counter file.
 //
 // A failure is counted by the kind of rule, marked when the pass read a damaged input file
 // (a damaged file is an input the daemon takes as it is; what it then breaks is the daemon's
@@ -65,6 +81,10 @@ struct check_moment {
     bool copies_made = false;     // the pass copied the client and MAC directories
     bool copies_worked = false;   // ... and every copy worked
     const std::set<std::string>* left_empty = nullptr; // real paths that copies left empty
+    // The tick's traffic, for the hourly sums of the clients (0 for a pass without a tick):
+    uint64_t own[2] = {0, 0};     // the router's own traffic on all links, per counter
+    uint64_t uncounted[2] = {0, 0}; // traffic the daemon counts short (a wrap: one byte)
+    bool link_restarted = false;  // a link's counter restarted: the daemon counts it as a wrap
 };
 
 class tree_checker {
@@ -87,6 +107,10 @@ public:
     // matched the backups, and passes that found a link at or above its line suspended.
     long restored_lines() const { return restored_lines_; }
     long suspended_passes() const { return suspended_passes_; }
+    // The hours whose client files added up to the router's total (the others are
+    // failures), and the hours excepted from the sum by reason.
+    long hours_checked() const { return hours_checked_; }
+    const std::map<std::string, long>& hours_excepted() const { return hours_excepted_; }
 
 private:
     // A file of fixed name: its line shape, most lines, and when it may lose its lines.
@@ -132,6 +156,8 @@ private:
     void check_closed_periods(const check_moment& m, const std::string& absolute,
                               const std::vector<std::string>& before, const std::vector<std::string>& now);
     void note_lost_lines(const check_moment& m, const daemon_state& state, bool restart);
+    void follow_hours(const check_moment& m, bool restart);
+    void check_hour_sums(const check_moment& m, const std::string& hour);
     // A directory's entries, listed once per check; null when it cannot be opened.
     const listing* list(const std::string& absolute_dir);
     // The entry of one of the daemon's absolute paths in its directory's listing.
@@ -164,6 +190,17 @@ private:
     std::vector<bool> marker_before_restart_;
     std::vector<time_t> billing_start_before_restart_;
     bool after_restart_pending_ = false;
+    // The hour of the daemon's clock that the passes are in ("" before the first pass), why
+    // it cannot be checked ("" when it can), and the router's own traffic in it so far.
+    std::string open_hour_;
+    std::string open_hour_exception_;
+    uint64_t open_hour_own_[2] = {0, 0};       // the router's own traffic less what wraps left uncounted
+    // Why the hour after the last pass cannot be checked when that pass was its last before
+    // it ("" when it can).
+    std::string carried_exception_;
+    bool last_pass_tmp_full_ = false; // "/tmp" was full in the last pass
+    long hours_checked_ = 0;
+    std::map<std::string, long> hours_excepted_;
     time_t latest_clock_ = 0;
     long checks_ = 0;
     long restored_lines_ = 0;

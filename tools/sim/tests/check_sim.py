@@ -6,6 +6,8 @@
                                                  runs ruvo-sim on a new tree, then checks it
     check_sim.py --faults ...                    the same for a run with faults (ruvo-sim
                                                  --faults): the checks listed at the end
+    check_sim.py --check ...                     the run with ruvo-sim --check: its own checks
+                                                 after every pass must hold too
 
 The run's tree goes to /dev/shm when that is a writable directory (the daemon replaces
 about 25 files per tick by rename, which a disk file system makes wait for the disk), else
@@ -23,6 +25,20 @@ What is checked (expected.txt describes its own format):
   - the monthly and billing histories and the current lines of their CSV exports: the sums
     of the expected days within each line's dates;
   - the router-wide daily, hourly and monthly total files: the sums over the WAN records;
+  - the clients add up to the links: for every hour of the router's hourly total whose
+    client file the tree still holds, the file's lines add up to the total less the
+    router's own traffic of the hour (expected.txt's own_hour), within what the files' cuts
+    lose: a client line shows KiB cut from bytes (0 to 1,023 bytes lost per line and
+    counter) and the total MiB cut from the bytes' sum (0 to 2^20 - 1 lost), so with n
+    lines, per counter, in bytes:
+        -1023 n <= 1024 * sum(KiB) + own - uncounted - 2^20 * MiB <= 2^20 - 1,
+    where uncounted is what a wrap of a link's counter leaves uncounted (one byte, from the
+    wrap's note). Excepted, each for its reason: the hour of the daemon's restart (it loads
+    the hour's client file as a baseline and counts the clients' whole kernel counters on
+    top of it), the hour the clock stepped back into (the hourly history resumes it with its
+    earlier traffic while the client table counts as after a restart) and the hour of a link
+    counter's restart (counted as a delta near 2^64); with --check ruvo-sim also checks
+    every hour as it ends (tools/sim/tree_check.h) and must report no failure;
   - the alert e-mails (count, order, subjects, times), the allowance lines of syslog and the
     suspension commands are exactly the expected ones, and the suspension marker is left as
     the last command set it;
@@ -36,7 +52,8 @@ With --faults the generator's account no longer holds (a kill loses what came af
 last backup, a damaged link counter file counts a sample twice, the clock jumps), and
 ruvo-sim itself checks the tree after every pass and start-up (tools/sim/tree_check.h lists
 the rules) and ends with status 1 when a rule broke. This script then checks:
-  - ruvo-sim's status is 0 and its summary reports its checks with none failed;
+  - ruvo-sim's status is 0 and its summary reports its checks with none failed, among them
+    some hours whose clients added up to the router's total outside the faults;
   - every kind of fault happened: "/tmp" full, kills, clock jumps forward and back, and
     damaged inputs; sim/faults.log lists as many kills and damaged inputs as the summary
     counts, and every kill was followed by a start-up (a "starting" line in syslog);
@@ -105,6 +122,7 @@ class Checker:
         self.hours = {}  # name -> {hour: (c1, c2)}
         self.totals = {}
         self.client_days = {}  # traffic fed to the LAN clients; for information only
+        self.own_hours = {}  # the router's own traffic per hour
         self.events = {"email": [], "syslog": [], "command": [], "note": []}
         with open(self.path("/sim/expected.txt"), encoding="utf-8") as f:
             for line in f:
@@ -130,6 +148,9 @@ class Checker:
                 elif kind == "client_day":
                     day, first, second = rest.split(" ")
                     self.client_days[day] = (int(first), int(second))
+                elif kind == "own_hour":
+                    hour, c1, c2 = rest.split(" ")
+                    self.own_hours[hour] = (int(c1), int(c2))
                 elif kind in self.events:
                     when, text = rest.split(" ", 1)
                     self.events[kind].append((int(when), text))
@@ -293,6 +314,81 @@ class Checker:
                 sums[1] += mib(s[1])
             self.equal((m1, m2), (sums[0] & MASK32, sums[1] & MASK32), f"{path} {first}..{last} (MiB)")
 
+    # --- the clients against the links ----------------------------------------------
+
+    @staticmethod
+    def hour_of(epoch):
+        return time.strftime("%Y-%m-%d-%H", time.gmtime(epoch))
+
+    def check_client_hours(self):
+        # The hours the daemon counts otherwise, each with its reason.
+        excepted = {}
+        restart = int(self.run["restart"])
+        for when in (restart, restart + 10):
+            excepted[self.hour_of(when)] = ("the daemon restarted in it: it loads the hour's client file as a "
+                                            "baseline and counts the clients' whole kernel counters on top")
+        excepted[self.hour_of(int(self.run["clock_back"].split()[1]))] = (
+            "the clock stepped back into it: the hourly history resumes it with its earlier traffic, the client "
+            "table loads its file as a baseline and counts the clients' whole kernel counters on top")
+        # A wrap is counted one byte short: "wrap WAN n counter c old -> new, fed F, counted C".
+        uncounted = {}
+        for when, text in self.events["note"]:
+            kind = text.split(" ", 1)[0]
+            if kind == "reset":
+                excepted[self.hour_of(when)] = "a link's counter restarted in it: counted as a delta near 2^64"
+            elif kind == "wrap":
+                found = re.search(r"counter (\d) .*, fed (\d+), counted (\d+)$", text)
+                self.expect(found is not None, f"expected.txt: wrap note without its numbers: {text!r}")
+                if found:
+                    per_counter = uncounted.setdefault(self.hour_of(when), [0, 0])
+                    per_counter[int(found.group(1)) - 1] += int(found.group(2)) - int(found.group(3))
+
+        directory = "/var/run/korel/client_usage_hourly"
+        names = sorted(f[:-4] for f in os.listdir(self.path(directory)) if f.endswith(".csv"))
+        path = "/var/run/korel/link_usage_hourly_total.csv"
+        compared = 0
+        for label, m1, m2 in [r for r in (self.parse_short(l, path) for l in self.lines(path)) if r]:
+            if label in excepted:
+                self.notes.append(f"client hour {label} not summed: {excepted[label]}")
+                continue
+            if label not in names and len(names) >= 24 and label < names[0]:
+                continue  # the directory keeps its newest 24 files
+            kib = [0, 0]
+            lines = 0
+            for line in self.lines(f"{directory}/{label}.csv", missing=[]):
+                parts = line.split(",")
+                if len(parts) != 4:
+                    self.failures.append(f"{directory}/{label}.csv: malformed line {line!r}")
+                    continue
+                kib[0] += int(parts[2])
+                kib[1] += int(parts[3])
+                lines += 1
+            own = self.own_hours.get(label)
+            if own is None:
+                self.failures.append(f"expected.txt: no own_hour line for {label}, an hour of {path}")
+                continue
+            short = uncounted.get(label, [0, 0])
+            for c, total_mib in enumerate((m1, m2)):
+                difference = (kib[c] << 10) + own[c] - short[c] - (total_mib << 20)
+                self.expect(-1023 * lines <= difference <= MIB - 1,
+                            f"{directory}/{label}.csv: counter {c + 1}: {lines} client lines of {kib[c]} KiB and the "
+                            f"router's own {own[c]} bytes against {total_mib} MiB in {path}: {difference} bytes "
+                            f"apart, not within [-1023 x {lines}, 2^20 - 1]")
+            compared += 1
+        self.expect(compared >= min(20, len(self.own_hours) - len(excepted)),
+                    f"only {compared} hours of clients summed against {path}")
+
+    def check_sim_summary(self, status, output):
+        """ruvo-sim --check: its status and its own checks, the hourly sums of the clients among them."""
+        self.equal(status, 0, "ruvo-sim's exit status")
+        checks = re.search(r"checks:\s+(\d+) after (\d+) passes and (\d+) start-ups: (\d+) failed", output)
+        self.expect(checks is not None, "summary: no line of the checks")
+        if checks:
+            self.equal(int(checks.group(4)), 0, "failed checks of ruvo-sim")
+        hours = re.search(r"(\d+) hours ended with their clients' hourly file adding up", output)
+        self.expect(hours is not None and int(hours.group(1)) > 0,
+                    "summary: no hour's clients summed against the router's total")
+
     # --- e-mails, syslog, commands ---------------------------------------------------
 
     def log_lines(self, name):
@@ -421,6 +517,9 @@ class Checker:
         if checks:
             self.expect(int(checks.group(1)) > 0, "summary: no check was made")
             self.equal(int(checks.group(4)), 0, "failed checks of ruvo-sim")
+        hours = re.search(r"(\d+) hours ended with their clients' hourly file adding up", text)
+        self.expect(hours is not None and int(hours.group(1)) > 0,
+                    "summary: no hour's clients summed against the router's total")
         log = [l.split("\t") for l in self.lines("/sim/faults.log")]
         kills = [l for l in log if len(l) >= 4 and l[2] == "kill"]
         inputs = [l for l in log if len(l) >= 4 and l[2] == "input"]
@@ -477,6 +576,7 @@ class Checker:
             self.check_hourly(name)
             self.check_month_and_billing(name)
         self.check_totals()
+        self.check_client_hours()
         self.check_events()
         self.check_restart()
         self.check_scenario()
@@ -501,6 +601,8 @@ def main():
     parser.add_argument("--keep", action="store_true", help="keep the tree after a successful check")
     parser.add_argument("--faults", action="store_true",
                         help="a run with faults (ruvo-sim --faults) and its checks; with --root, a tree it left")
+    parser.add_argument("--check", action="store_true",
+                        help="run ruvo-sim with --check (its checks after every pass) and require them to hold")
     parser.add_argument("--emulator", default="",
                         help="run ruvo-sim through this command (qemu-user for a cross build)")
     args = parser.parse_args()
@@ -519,17 +621,22 @@ def main():
             command += ["--clients", str(args.clients)]
         if args.faults:
             command += ["--faults"]
+        elif args.check:
+            command += ["--check"]
         print("$ " + " ".join(command), flush=True)
         started = time.monotonic()
-        result = subprocess.run(command, stdout=subprocess.PIPE if args.faults else None, text=True)
+        captured = args.faults or args.check
+        result = subprocess.run(command, stdout=subprocess.PIPE if captured else None, text=True)
         print(f"ruvo-sim took {time.monotonic() - started:.1f} s", flush=True)
         status = result.returncode
         if args.faults:
             # The summary, without the list of the faults (sim/faults.log has it).
             for line in result.stdout.splitlines():
-                if not line.startswith("      "):
+                if not line.startswith("      ") or re.match(r"\s+\d+: ", line):
                     print(line)
-        if result.returncode != 0 and not args.faults:
+        elif args.check:
+            print(result.stdout, end="")
+        if result.returncode != 0 and not args.faults and not args.check:
             print(f"FAIL: ruvo-sim ended with status {result.returncode}; tree kept at {root}")
             return 1
     else:
@@ -541,6 +648,8 @@ def main():
             checker.load_expected()
             ok = checker.check_fault_run(status)
         else:
+            if args.check and args.sim:
+                checker.check_sim_summary(status, result.stdout)
             ok = checker.check_all()
     except (OSError, ValueError, KeyError, IndexError) as error:
         checker.failures.append(f"cannot check the tree: {error!r}")

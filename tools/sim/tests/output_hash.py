@@ -10,6 +10,11 @@ summary (wall time, tree path) and the random part of the alert message's tempor
 
   output_hash.py --sim build/tools/sim/ruvo-sim             check every scenario
   output_hash.py --sim build/tools/sim/ruvo-sim --record    write the hashes anew
+
+The hashes stand for the daemon's output before its speed work (commit 3827fe7). A change
+of the simulator's scenario changes them; then they are recorded anew with the changed
+simulator built on the daemon's code of 3827fe7, and confirmed with the current daemon
+(output_hashes.txt's header says when and how). --record keeps the file's comment lines.
 """
 import argparse
 import hashlib
@@ -99,7 +104,9 @@ def main():
 
     if args.record:
         recorded.update(results)
-        lines = ["# sha256 of the router tree ruvo-sim leaves, per scenario (output_hash.py)"]
+        header = [line for line in HASHES.read_text().splitlines() if line.startswith("#")] \
+            if HASHES.exists() else []
+        lines = header or ["# sha256 of the router tree ruvo-sim leaves, per scenario (output_hash.py)"]
         lines += [f"{name} {recorded[name]}" for name in SCENARIOS if name in recorded]
         HASHES.write_text("\n".join(lines) + "\n")
         print(f"recorded in {HASHES}")
