@@ -189,6 +189,16 @@ void project_allowance(Link* link)
     }
 }
 
+std::string crossing_words(const Crossing& c)
+{
+    switch (c.when) {
+    case Crossing::When::crossed: return "crossed";
+    case Crossing::When::in_cycle: return "expected on " + c.date;
+    case Crossing::When::not_in_cycle: break;
+    }
+    return "not within this cycle";
+}
+
 Summary summarize(const std::vector<UsageTable>& tables)
 {
     Summary s;

@@ -15,6 +15,10 @@ void project_allowance(Link* link);
 // (hourly, daily, monthly).
 Summary summarize(const std::vector<UsageTable>& tables);
 
+// Where a line stands, in the report's words: "crossed", "expected on 2024-03-21" or "not
+// within this cycle".
+std::string crossing_words(const Crossing& c);
+
 // floor(a * b / c) without overflow for b and c below 2^32, saturating at UINT64_MAX.
 uint64_t mul_div(uint64_t a, uint64_t b, uint64_t c);
 

@@ -2,6 +2,7 @@
 
 #include "tools/report/bars.h"
 #include "tools/report/charts.h"
+#include "tools/report/projection.h"
 #include "tools/report/units.h"
 
 #include <algorithm>
@@ -172,13 +173,7 @@ void write_summary_table(std::ostream& out, const Summary& s, bool with_cycle, c
 // "95 % line: expected on 2024-03-21", "99.5 % line (suspension): crossed".
 std::string crossing_text(const Crossing& c)
 {
-    const std::string line = c.name + " line" + (c.key == "suspension" ? " (suspension)" : "") + ": ";
-    switch (c.when) {
-    case Crossing::When::crossed: return line + "crossed";
-    case Crossing::When::in_cycle: return line + "expected on " + c.date;
-    case Crossing::When::not_in_cycle: break;
-    }
-    return line + "not within this cycle";
+    return c.name + " line" + (c.key == "suspension" ? " (suspension)" : "") + ": " + crossing_words(c);
 }
 
 // The allowance of a link, where its running cycle is heading, and its gauge.

@@ -1,6 +1,7 @@
 #include "tools/report/report_text.h"
 
 #include "tools/report/bars.h"
+#include "tools/report/projection.h"
 #include "tools/report/units.h"
 
 #include <algorithm>
@@ -123,16 +124,6 @@ void write_usage_table(std::ostream& out, const UsageTable& t, int bar_width, bo
 // What the projection says in a table cell: the bytes at the cycle's end, or why there
 // is no projection.
 
-std::string crossing_text(const Crossing& c)
-{
-    switch (c.when) {
-    case Crossing::When::crossed: return "crossed";
-    case Crossing::When::in_cycle: return "expected on " + c.date;
-    case Crossing::When::not_in_cycle: break;
-    }
-    return "not within this cycle";
-}
-
 void write_allowances(std::ostream& out, const Report& r, bool raw)
 {
     heading(out, "Allowances (running billing cycle)", '-');
@@ -228,7 +219,7 @@ void allowance_lines(const Link& link, bool raw, std::vector<SummaryLine>* lines
                       "at the cycle's end, " + p.end_date +
                           (p.held ? ": suspended, no more traffic this cycle" : ", at the rate so far")});
     for (const Crossing& c : p.crossings)
-        lines->push_back({c.name + " line", "", crossing_text(c)});
+        lines->push_back({c.name + " line", "", crossing_words(c)});
 }
 
 // The summary: one short block per link and one for the router.
