@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -97,18 +98,44 @@ char* write_entry_line(char* out, const mac_usage_entry& e)
     return out;
 }
 
-// An entry to be written, its total and its place in the gathering order: the sort key.
+// An entry to be written and its total: the sort key.
 struct save_key {
     uint64_t total;
-    uint32_t place;
     const mac_usage_entry* entry;
 };
 
-// Larger totals first; of equal totals, the one gathered first. A strict order (no two keys
-// are equal), so that any sort gives the one order that a stable sort by total gives.
-bool written_before(const save_key& a, const save_key& b)
+// Sorts the keys by total, larger first, and entries with equal totals in the order they
+// are given: a stable radix sort, least significant byte first, on the complemented totals.
+// A byte that is the same in every key is passed over, so a table whose totals stay below
+// 2^40 takes 5 passes. Returns where the sorted keys are: keys or scratch, of the same
+// size. A radix sort rather than a comparison sort: the order is the same, but 16,384
+// entries cost some 230,000 comparisons, of which every other one is a branch the CPU
+// cannot predict.
+save_key* sort_by_total(save_key* keys, save_key* scratch, size_t count)
 {
-    return a.total != b.total ? a.total > b.total : a.place < b.place;
+    uint64_t any_set = 0, all_set = ~uint64_t{0};
+    for (size_t i = 0; i < count; ++i) {
+        any_set |= ~keys[i].total;
+        all_set &= ~keys[i].total;
+    }
+    const uint64_t varying = any_set ^ all_set;
+    for (unsigned shift = 0; shift < 64; shift += 8) {
+        if (((varying >> shift) & 0xff) == 0)
+            continue;
+        size_t start[256] = {};
+        for (size_t i = 0; i < count; ++i)
+            ++start[(~keys[i].total >> shift) & 0xff];
+        size_t at = 0;
+        for (size_t& s : start) {
+            const size_t n = s;
+            s = at;
+            at += n;
+        }
+        for (size_t i = 0; i < count; ++i)
+            scratch[start[(~keys[i].total >> shift) & 0xff]++] = keys[i];
+        std::swap(keys, scratch);
+    }
+    return keys;
 }
 
 int type_index(const char* name)
@@ -123,31 +150,27 @@ int type_index(const char* name)
 
 void ruvo_client_mac_usage_save()
 {
-    // One array for all entries (the table counts them), gathered bucket by bucket, each
-    // chain from its head.
+    // One array for all entries (the table counts them) and one for the sort, gathered
+    // bucket by bucket, each chain from its head.
     const size_t capacity = mac_usage_count > 0 ? static_cast<size_t>(mac_usage_count) : 0;
     save_key* keys = nullptr;
     if (capacity > 0) {
-        keys = static_cast<save_key*>(malloc(capacity * sizeof(save_key)));
+        if (capacity > SIZE_MAX / (2 * sizeof(save_key)))
+            return;
+        keys = static_cast<save_key*>(malloc(2 * capacity * sizeof(save_key)));
         if (!keys)
             return;
     }
     size_t count = 0;
     for (const mac_usage_entry* head : mac_usage_table)
-        for (const mac_usage_entry* e = head; e && count < capacity; e = e->next) {
-            keys[count] = save_key{total(*e), static_cast<uint32_t>(count), e};
-            ++count;
-        }
+        for (const mac_usage_entry* e = head; e && count < capacity; e = e->next)
+            keys[count++] = save_key{total(*e), e};
     // Larger totals first, and entries with equal totals in the order in which they were
     // gathered: the order the files have always had (the C library's stable merge sort gave
     // it before), so that the same table always gives the same file and which entries make
-    // the 8192-line cut does not change. Only the lines written need sorting: above the
-    // cut the first 8192 keys are selected, then sorted.
+    // the 8192-line cut does not change.
+    const save_key* sorted = count > 1 ? sort_by_total(keys, keys + capacity, count) : keys;
     const size_t lines = count < static_cast<size_t>(LINES_MAX) ? count : static_cast<size_t>(LINES_MAX);
-    if (count > lines)
-        std::nth_element(keys, keys + lines, keys + count, written_before);
-    if (lines > 1)
-        std::sort(keys, keys + lines, written_before);
     std::string name = mac_hour_name(mac_usage_hour);
     atomic_file out(TEMPORARY);
     if (!name.empty() && out.is_open()) {
@@ -157,7 +180,7 @@ void ruvo_client_mac_usage_save()
         text.reserve(std::min(lines * 40, FILE_PIECE) + LINE_MAX_TEXT);
         for (size_t i = 0; i < lines; ++i) {
             char line[LINE_MAX_TEXT];
-            text.append(line, static_cast<size_t>(write_entry_line(line, *keys[i].entry) - line));
+            text.append(line, static_cast<size_t>(write_entry_line(line, *sorted[i].entry) - line));
             if (text.size() >= FILE_PIECE)
                 out.write_gathered();
         }

@@ -898,6 +898,31 @@ TEST_F(MacHourly, TotalIsTheSixtyFourBitSumOfBothCounters)
                                                             "02:00:00:00:00:01,lan,18014398509481983,2\n");
 }
 
+TEST_F(MacHourly, TotalsThatDifferInAnyOfTheirBytesAreOrderedAsNumbers)
+{
+    make_mac_dir();
+    mac_usage_hour = local(2024, 3, 5, 14);
+    // Totals that differ in their lowest, middle and highest bytes, and two equal totals
+    // in buckets 1 and 4: larger first, the equal ones in the order of their buckets.
+    insert_mac_usage(0x020000000001ull, 0, TYPE_LAN, 0, uint64_t{1} << 60);
+    insert_mac_usage(0x020000000002ull, 0, TYPE_LAN, 0, uint64_t{1} << 40);
+    insert_mac_usage(0x020000000003ull, 0, TYPE_LAN, 0, (uint64_t{1} << 40) + 1024);
+    insert_mac_usage(0x020000000004ull, 0, TYPE_LAN, 0, uint64_t{1} << 60);
+    insert_mac_usage(0x020000000005ull, 0, TYPE_LAN, 0, 3072);
+    insert_mac_usage(0x020000000006ull, 0, TYPE_LAN, 0, 1024);
+    insert_mac_usage(0x020000000007ull, 0, TYPE_LAN, 0, (uint64_t{1} << 60) + (uint64_t{1} << 20));
+    insert_mac_usage(0x020000000008ull, 0, TYPE_LAN, 0, uint64_t{255} << 10);
+    ruvo_client_mac_usage_save();
+    EXPECT_EQ(read_file(mac_dir_file("2024-03-05-14.csv")), "02:00:00:00:00:07,lan,1125899906843648,0\n"
+                                                            "02:00:00:00:00:01,lan,1125899906842624,0\n"
+                                                            "02:00:00:00:00:04,lan,1125899906842624,0\n"
+                                                            "02:00:00:00:00:03,lan,1073741825,0\n"
+                                                            "02:00:00:00:00:02,lan,1073741824,0\n"
+                                                            "02:00:00:00:00:08,lan,255,0\n"
+                                                            "02:00:00:00:00:05,lan,3,0\n"
+                                                            "02:00:00:00:00:06,lan,1,0\n");
+}
+
 TEST_F(MacHourly, OnlyThe8192LargestEntriesAreWritten)
 {
     make_mac_dir();
