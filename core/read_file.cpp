@@ -21,22 +21,46 @@ int open_descriptor(const char* absolute_path)
     return open(sys_path(absolute_path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
 }
 
-// A regular file above the limit, judged on the open descriptor, so that the file that is
-// measured is the one that would be read. /proc files report size 0 and pass. A device (a
-// link to /dev/zero planted at an input's name, say) would never end: no input of the
-// daemon is one, so a device counts as unreadable too.
-bool refused(int fd)
+// The buffer of a stream over an input that may be large: 64 KiB instead of stdio's
+// 8 KiB, so that "/proc/net/arp" and the client counters (1.7 MiB together at 16,384
+// clients) are read in 64 KiB calls, some 190 system calls fewer a tick. It is held only
+// while the stream is open.
+constexpr size_t LARGE_INPUT_BUFFER = 65536;
+
+// The checks of an open descriptor: whether the file may be read, and whether it takes the
+// large buffer. A regular file above the limit is refused, judged on the open descriptor,
+// so that the file that is measured is the one that would be read. /proc files report
+// size 0 and pass. A device (a link to /dev/zero planted at an input's name, say) would
+// never end: no input of the daemon is one, so a device counts as unreadable too. The large
+// buffer goes to a regular file of more than stdio's 8 KiB and to one that reports no size
+// (a /proc file, which may be of any length).
+struct descriptor_check {
+    bool refused;
+    bool large;
+};
+
+descriptor_check check_descriptor(int fd)
 {
     struct stat st;
     if (fstat(fd, &st) != 0)
-        return true;
+        return {true, false};
     if (S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode))
-        return true;
-    return S_ISREG(st.st_mode) && st.st_size > MAX_INPUT_FILE_SIZE;
+        return {true, false};
+    if (!S_ISREG(st.st_mode))
+        return {false, false};
+    if (st.st_size > MAX_INPUT_FILE_SIZE)
+        return {true, false};
+    return {false, st.st_size == 0 || st.st_size > 8192};
 }
 
-// The stream's cookie is the descriptor itself.
-int descriptor_of(void* cookie) { return static_cast<int>(reinterpret_cast<intptr_t>(cookie)); }
+// A stream's cookie: its descriptor and the buffer given to the stream (malloc'd; null
+// when stdio keeps its own).
+struct stream_cookie {
+    int fd;
+    char* buffer;
+};
+
+int descriptor_of(void* cookie) { return static_cast<stream_cookie*>(cookie)->fd; }
 
 // read(2), continued after a signal; a read that fails ends the stream as an error does.
 ssize_t read_descriptor(void* cookie, char* buffer, size_t size)
@@ -58,7 +82,16 @@ int seek_descriptor(void* cookie, off64_t* position, int whence)
     return 0;
 }
 
-int close_descriptor(void* cookie) { return close(descriptor_of(cookie)); }
+// The last call fclose makes on the stream: stdio touches a buffer it was given no more
+// after it, so the buffer goes with the cookie.
+int close_descriptor(void* cookie)
+{
+    stream_cookie* c = static_cast<stream_cookie*>(cookie);
+    const int result = close(c->fd);
+    free(c->buffer);
+    free(c);
+    return result;
+}
 
 } // namespace
 
@@ -67,10 +100,18 @@ file_ptr open_for_reading(const char* absolute_path)
     int fd = open_descriptor(absolute_path);
     if (fd < 0)
         return nullptr;
-    if (refused(fd)) {
+    const descriptor_check check = check_descriptor(fd);
+    if (check.refused) {
         close(fd);
         return nullptr;
     }
+    stream_cookie* cookie = static_cast<stream_cookie*>(malloc(sizeof(stream_cookie)));
+    if (!cookie) {
+        close(fd);
+        return nullptr;
+    }
+    // Without memory for the large buffer the stream reads through stdio's own.
+    *cookie = stream_cookie{fd, check.large ? static_cast<char*>(malloc(LARGE_INPUT_BUFFER)) : nullptr};
     // A stream of its own over the descriptor: fdopen would ask the descriptor's flags
     // (two fcntl calls) and stdio its size again (fstat) for every file, and the daemon
     // reads dozens of files a tick.
@@ -78,9 +119,18 @@ file_ptr open_for_reading(const char* absolute_path)
     functions.read = read_descriptor;
     functions.seek = seek_descriptor;
     functions.close = close_descriptor;
-    FILE* f = fopencookie(reinterpret_cast<void*>(static_cast<intptr_t>(fd)), "r", functions);
-    if (!f)
+    FILE* f = fopencookie(cookie, "r", functions);
+    if (!f) {
         close(fd);
+        free(cookie->buffer);
+        free(cookie);
+        return nullptr;
+    }
+    if (cookie->buffer && setvbuf(f, cookie->buffer, _IOFBF, LARGE_INPUT_BUFFER) != 0) {
+        // Not taken: stdio keeps its own, and this one is not needed.
+        free(cookie->buffer);
+        cookie->buffer = nullptr;
+    }
     return file_ptr(f);
 }
 
@@ -170,7 +220,6 @@ bool line_reader::refill()
     begin_ = end_ = 0;
     if (ended_)
         return false;
-    constexpr size_t BLOCK = sizeof block_ - 1;
     end_ = fread(block_, 1, BLOCK, in_);
     block_[end_] = '\0'; // defined, for the byte a piece given in place stands NUL in
     if (end_ < BLOCK) {

@@ -745,6 +745,28 @@ TEST_F(InputReader, ProcFileThatReportsNoSizeIsRead)
     EXPECT_EQ(std::string(line).rfind("Name:", 0), 0u) << line;
 }
 
+TEST_F(InputReader, LargeFileIsReadWholeThroughItsOwnBufferAndSeeksBack)
+{
+    // Over 8 KiB: the stream reads through a 64 KiB buffer of its own, which a rewind
+    // starts filling again from the first byte.
+    std::string content;
+    for (int i = 0; content.size() < 300000; ++i)
+        content += "10.1." + std::to_string(i / 256 % 256) + "." + std::to_string(i % 256) + ":" +
+                   std::to_string(i * 7919) + "/" + std::to_string(i) + "\n";
+    write_file("/proc/korel/config/client_usage", content);
+    file_ptr f = open_for_reading("/proc/korel/config/client_usage");
+    ASSERT_NE(f, nullptr);
+    for (int pass = 0; pass < 2; ++pass) {
+        std::string read_back;
+        char line[256];
+        line_reader lines(f.get());
+        while (lines.next(line, sizeof line))
+            read_back += line;
+        EXPECT_EQ(read_back, content) << "pass " << pass;
+        rewind(f.get());
+    }
+}
+
 TEST_F(InputReader, FifoWithoutWriterOpensAtOnceAndReadsAsEmpty)
 {
     fifo("/var/run/korel/lan");

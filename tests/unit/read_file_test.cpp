@@ -312,4 +312,23 @@ TEST(LineReader, InPlaceAFailedReadDropsThePieceItCutsAsFgets)
     expect_in_place_as_fgets(scripted_source{std::string(8191, 'a') + "\n", 8192, 0, 0}, 9000, false);
     expect_in_place_as_fgets(scripted_source{std::string(8191, 'a') + "\nb\n", 8192, 0, 0}, 9000, true);
     expect_in_place_as_fgets(scripted_source{std::string(20000, 'a'), 8192, 0, 0}, 1024, false);
+    // The same at the reader's own block size.
+    constexpr size_t block = line_reader::BLOCK;
+    expect_in_place_as_fgets(scripted_source{std::string(block - 1, 'a') + "\n", block, 0, 0}, block + 100, false);
+    expect_in_place_as_fgets(scripted_source{std::string(block - 1, 'a') + "\nb\n", block, 0, 0}, block + 100, true);
+    expect_in_place_as_fgets(scripted_source{std::string(block - 1, 'a') + "\nb\n", block, 0, 0}, 256, true);
+    expect_in_place_as_fgets(scripted_source{std::string(3 * block, 'a'), block, 0, 0}, 1024, false);
+}
+
+TEST(LineReader, InPlaceSameLinesAsFgetsOverSeveralBlocks)
+{
+    std::mt19937 random(20261125);
+    for (int round = 0; round < 6; ++round) {
+        scripted_source source{random_content(random, 2 * line_reader::BLOCK + random() % 100000),
+                               1 + random() % 20000, 0, 0};
+        for (size_t size : {17u, 256u, 1024u}) {
+            SCOPED_TRACE("round " + std::to_string(round) + ", size " + std::to_string(size));
+            expect_in_place_as_fgets(source, size, round % 2 == 1);
+        }
+    }
 }
