@@ -276,9 +276,8 @@ void classify_clients(client_table& table)
     // Nothing to classify: the lists would only be read for nothing.
     if (table.records == 0)
         return;
-    for (client_record* head : table.chains)
-        for (client_record* r = head; r; r = r->next)
-            r->type = TYPE_LAN;
+    // Every record of the table is in the store: walked in memory order, not chain order.
+    for_each_entry(table.store, [](client_record& r) { r.type = TYPE_LAN; });
     for (size_t i = 0; i < routes.network.size(); ++i)
         if (client_record* r = find_client(table, routes.network[i] & routes.netmask[i]))
             r->type = TYPE_SROUTE;

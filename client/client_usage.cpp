@@ -106,15 +106,14 @@ void check_client_period(client_table& table, time_t start)
     time_t current = 0;
     if (!client_period_start(table.kind, table.time, &current) || current == start)
         return;
-    if (table.records > 0)
-        for (client_record* head : table.chains)
-            for (client_record* r = head; r; r = r->next) {
-                for (int type = TYPE_LAN; type < CLIENT_TYPES; ++type) {
-                    r->first[type] = 0;
-                    r->second[type] = 0;
-                }
-                r->present = 0;
-            }
+    // Every record of the table is in the store: walked in memory order, not chain order.
+    for_each_entry(table.store, [](client_record& r) {
+        for (int type = TYPE_LAN; type < CLIENT_TYPES; ++type) {
+            r.first[type] = 0;
+            r.second[type] = 0;
+        }
+        r.present = 0;
+    });
     load_client_period_file(local_tm(start), table, table.kind, is_readable(TIME_INITIALIZED));
 }
 

@@ -28,6 +28,23 @@ inline T& entry_at(const entry_blocks<T, N>& store, size_t i)
     return store.blocks[i / N][i % N];
 }
 
+// Calls f on every entry handed out, in the order of memory (which is the order they were
+// taken in): a walk that reads each block from start to end, which the CPU's prefetcher
+// follows, where a walk along a hash table's chains jumps about. For work that does not
+// depend on the order.
+template <typename T, size_t N, typename F>
+void for_each_entry(const entry_blocks<T, N>& store, F f)
+{
+    size_t left = store.used;
+    for (size_t b = 0; left > 0; ++b) {
+        const size_t count = left < N ? left : N;
+        T* const block = store.blocks[b];
+        for (size_t i = 0; i < count; ++i)
+            f(block[i]);
+        left -= count;
+    }
+}
+
 // The next free entry (uninitialised), or null when memory runs out.
 template <typename T, size_t N>
 T* take_entry(entry_blocks<T, N>& store)
