@@ -1,10 +1,10 @@
 #include "client/client_usage.h"
 
 #include "client/client_sources.h"
+#include "client/usage_line.h"
 #include "client_mac/mac_usage.h"
 #include "core/address_text.h"
 #include "core/local_time.h"
-#include "core/number_text.h"
 #include "core/read_file.h"
 #include "platform/platform.h"
 #include "platform/strutils.h"
@@ -31,46 +31,13 @@ bool never_a_client(uint32_t address)
     return masked == 0x05c00000u || masked == 0x05d00000u;
 }
 
-// A signed decimal value as strtoll reads it, refusing a negative one: a counter below 0
-// would be taken as a huge unsigned count.
-bool parse_value(const char* text, uint64_t* value, const char** end)
-{
-    bool out_of_range = false;
-    const int64_t v = read_decimal_as_strtoll(text, end, &out_of_range);
-    if (out_of_range || v < 0)
-        return false;
-    *value = static_cast<uint64_t>(v);
-    return true;
-}
-
-// "address:first/second" (or "address:first second"): the address text before the first
-// ':' (or the whole line), the two values in bytes. A line without ':' gives 0 and 0.
-bool parse_client_usage_line(const char* line, std::string* address, uint64_t* first, uint64_t* second)
-{
-    const char* colon = strchr(line, ':');
-    size_t length = colon ? static_cast<size_t>(colon - line) : strcspn(line, "\r\n");
-    *address = std::string(line, length);
-    *first = 0;
-    *second = 0;
-    if (!colon)
-        return true;
-    const char* end = nullptr;
-    if (!parse_value(colon + 1, first, &end))
-        return false;
-    if (*end == '/' && end[1] != '\0')
-        return parse_value(end + 1, second, &end);
-    if (*end != '\0')
-        return parse_value(end, second, &end);
-    return true;
-}
-
 // Counts one kernel line into one table.
-void count_client(client_table& table, const client_usage_tables& tables, uint32_t address,
-                  const std::string& text, uint64_t first, uint64_t second, time_t reading_time)
+void count_client(client_table& table, const client_usage_tables& tables, uint32_t address, const char* text,
+                  uint64_t first, uint64_t second, time_t reading_time)
 {
     client_record* r = find_client(table, address);
     if (!r) {
-        add_client(table, address, text.c_str()); // counted from its second reading on
+        add_client(table, address, text); // counted from its second reading on
     } else if (r->second[TYPE_RAW] != second || r->first[TYPE_RAW] != first) {
         const uint32_t type = r->type;
         if (r->baseline_pending) {
@@ -175,20 +142,23 @@ void read_client_usage(client_usage_tables* tables)
             reading_time = static_cast<time_t>(strtoull(colon + 1, nullptr, 10));
         size_t length = 0;
         while (const char* piece = lines.next_in_place(line, sizeof line, &length)) {
-            std::string address;
-            uint64_t first = 0, second = 0;
-            if (!parse_client_usage_line(piece, &address, &first, &second))
+            usage_line u;
+            if (!parse_client_usage_line(piece, &u))
                 continue;
-            if (address.empty() ||
-                (lan_address && address.size() == lan_length && memcmp(address.data(), lan_address, lan_length) == 0) ||
-                is_wan_address(address.c_str(), address.size()))
+            if (u.address_length == 0 ||
+                (lan_address && u.address_length == lan_length && memcmp(u.address, lan_address, lan_length) == 0) ||
+                is_wan_address(u.address, u.address_length))
                 continue;
-            uint32_t a = 0;
-            if (address.size() >= sizeof(client_record::address_text) || !address_from_text(address.c_str(), &a) ||
-                never_a_client(a))
+            if (u.address_length >= sizeof(client_record::address_text))
+                continue;
+            char text[sizeof(client_record::address_text)];
+            memcpy(text, u.address, u.address_length);
+            text[u.address_length] = '\0';
+            uint32_t a = u.address_value;
+            if ((!u.address_read && !address_from_text(text, &a)) || never_a_client(a))
                 continue;
             for (client_table& table : tables->table)
-                count_client(table, *tables, a, address, first, second, reading_time);
+                count_client(table, *tables, a, text, u.first, u.second, reading_time);
         }
     }
     free_taglist(lan);

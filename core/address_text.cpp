@@ -5,9 +5,9 @@
 
 namespace {
 
-// What each byte is to the common form: a decimal digit its value, '.' DOT, the end of the
-// text END, anything else OTHER. One look-up tells a digit, a separator and the rest apart.
-enum : unsigned char { DOT = 10, END = 11, OTHER = 12 };
+// What each byte is to the common form: a decimal digit its value, anything else NOT_DIGIT.
+// One look-up tells a digit and its value.
+constexpr unsigned char NOT_DIGIT = 10;
 
 struct part_chars {
     unsigned char of[256];
@@ -17,7 +17,7 @@ constexpr part_chars make_part_chars()
 {
     part_chars t{};
     for (int i = 0; i < 256; ++i)
-        t.of[i] = static_cast<unsigned char>(i >= '0' && i <= '9' ? i - '0' : i == '.' ? DOT : i == 0 ? END : OTHER);
+        t.of[i] = static_cast<unsigned char>(i >= '0' && i <= '9' ? i - '0' : NOT_DIGIT);
     return t;
 }
 
@@ -26,32 +26,32 @@ constexpr part_chars PART_CHARS = make_part_chars();
 inline unsigned part_char(const char* p) { return PART_CHARS.of[static_cast<unsigned char>(*p)]; }
 
 // One part of the common form at p: a lone 0 or one to three decimal digits without a
-// leading zero, of at most 255, followed by `after` (DOT or END). Gives the text after
-// that, or null for anything else. A character is looked at only after the one before it
-// was found to be a digit, so nothing past the end of the text is read.
-inline const char* read_part(const char* p, unsigned after, unsigned char* byte)
+// leading zero, of at most 255, followed by the character after. Gives the text after that
+// character, or null for anything else. A character is looked at only after the one before
+// it was found to be a digit, so nothing past the end of the text is read.
+inline const char* read_part(const char* p, char after, unsigned char* byte)
 {
     const unsigned d0 = part_char(p);
     if (d0 > 9)
         return nullptr;
-    const unsigned d1 = part_char(p + 1);
-    if (d1 == after) {
+    if (p[1] == after) {
         *byte = static_cast<unsigned char>(d0);
         return p + 2;
     }
+    const unsigned d1 = part_char(p + 1);
     // A leading zero makes inet_aton read the part as octal (or hexadecimal after "0x"):
     // only a lone 0 is taken here.
     if (d1 > 9 || d0 == 0)
         return nullptr;
-    const unsigned d2 = part_char(p + 2);
-    if (d2 == after) {
+    if (p[2] == after) {
         *byte = static_cast<unsigned char>(d0 * 10 + d1);
         return p + 3;
     }
+    const unsigned d2 = part_char(p + 2);
     if (d2 > 9)
         return nullptr;
     const unsigned value = d0 * 100 + d1 * 10 + d2;
-    if (value > 255 || part_char(p + 3) != after)
+    if (value > 255 || p[3] != after)
         return nullptr;
     *byte = static_cast<unsigned char>(value);
     return p + 4;
@@ -70,16 +70,23 @@ __attribute__((noinline)) bool address_by_inet_aton(const char* text, uint32_t* 
 
 } // namespace
 
+const char* read_common_address(const char* text, char after, uint32_t* address)
+{
+    unsigned char bytes[4];
+    const char* p = text;
+    if ((p = read_part(p, '.', &bytes[0])) && (p = read_part(p, '.', &bytes[1])) &&
+        (p = read_part(p, '.', &bytes[2])) && (p = read_part(p, after, &bytes[3]))) {
+        memcpy(address, bytes, sizeof bytes);
+        return p - 1;
+    }
+    return nullptr;
+}
+
 bool address_from_text(const char* text, uint32_t* address)
 {
     // The common form, read here: every part followed by its '.', the last by the end of
     // the text. Any other text is left to inet_aton.
-    unsigned char bytes[4];
-    const char* p = text;
-    if ((p = read_part(p, DOT, &bytes[0])) && (p = read_part(p, DOT, &bytes[1])) &&
-        (p = read_part(p, DOT, &bytes[2])) && read_part(p, END, &bytes[3])) {
-        memcpy(address, bytes, sizeof bytes);
+    if (read_common_address(text, '\0', address))
         return true;
-    }
     return address_by_inet_aton(text, address);
 }

@@ -9,3 +9,9 @@
 // here; every other form (octal, hexadecimal, fewer parts, a blank and more text after
 // the address) is left to inet_aton itself.
 bool address_from_text(const char* text, uint32_t* address);
+
+// The common form above at the start of text, followed by the character after (which is
+// not a digit or '.'): *address set and the place of that character given; null, and
+// *address left alone, for any other text. address_from_text is this with after '\0',
+// and the readers of lines take the address this way where a separator follows it.
+const char* read_common_address(const char* text, char after, uint32_t* address);

@@ -1,17 +1,21 @@
-// The kernel's client counters ("/proc/korel/config/client_usage") read into the client
-// usage tables that client_usage_init creates: a first reading of known clients, the fuzzed
-// reading, and a reading an hour later that checks the periods the fuzzed header left.
-// The router's LAN address, a WAN address, a PPTP user and an ARP table are in place, so
-// that every classification and MAC resolution path is reachable.
+// The kernel's client counters ("/proc/korel/config/client_usage"): each line held to the
+// reference reader, then the whole input read into the client usage tables that
+// client_usage_init creates: a first reading of known clients, the fuzzed reading, and a
+// reading an hour later that checks the periods the fuzzed header left. The router's LAN
+// address, a WAN address, a PPTP user and an ARP table are in place, so that every
+// classification and MAC resolution path is reachable.
 #include "fuzz_root.h"
 
 #include "client_fixture.h"
 
 #include "client/client_sources.h"
 #include "client/client_usage.h"
+#include "client/usage_line.h"
 #include "client_mac/mac_usage.h"
+#include "tests/reference/usage_line_by_strchr.h"
 
 #include <cstdlib>
+#include <string>
 
 namespace {
 
@@ -48,6 +52,28 @@ void reset(client_usage_tables* t)
     ruvo_client_mac_usage_init();
 }
 
+// Every line of the input (up to its '\n' or its first NUL, as the reader's pieces end) read
+// by parse_client_usage_line as the reference reads it: any difference aborts.
+void check_lines_against_reference(const uint8_t* data, size_t size)
+{
+    size_t at = 0;
+    while (at < size) {
+        size_t end = at;
+        while (end < size && data[end] != '\n')
+            ++end;
+        const std::string line(reinterpret_cast<const char*>(data) + at, end - at);
+        const char* text = line.c_str(); // a NUL inside ends the C string, as in the reader
+        const usage_line_reference expected = usage_line_by_strchr(text);
+        usage_line got{};
+        const bool taken = parse_client_usage_line(text, &got);
+        if (taken != expected.taken || std::string(got.address, got.address_length) != expected.address ||
+            (taken && (got.first != expected.first || got.second != expected.second)) ||
+            (got.address_read && (!expected.address_valid || got.address_value != expected.address_value)))
+            abort();
+        at = end + 1;
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -65,6 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                        "192.168.1.12     0x1         0x2         00:11:22:33:44:12     *        br0\n");
         ready = true;
     }
+    check_lines_against_reference(data, size);
     fuzz::fuzz_platform& root = fuzz::world();
     client_usage_tables* t = tables();
     fuzz::put_text(CLIENT_USAGE, FIRST_READING);
