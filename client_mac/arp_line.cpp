@@ -1,5 +1,8 @@
 #include "client_mac/arp_line.h"
 
+#include "client_mac/mac_usage.h"
+#include "core/address_text.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -198,4 +201,151 @@ unsigned arp_flags_low_byte(const char* text)
         value = (value << 4) | hex_value(*p);
     }
     return static_cast<unsigned>(value & 0xff);
+}
+
+namespace {
+
+// The columns of the kernel's layout: the address padded to 16 and a blank, then the
+// hardware type and the flags, each "0x" and up to 8 digits padded to 12, the MAC of 17
+// characters, the mask column, and the device.
+constexpr size_t TYPE_COLUMN = 17;
+constexpr size_t FLAGS_COLUMN = 29;
+constexpr size_t MAC_COLUMN = 41;
+constexpr size_t MASK_COLUMN = 58;
+constexpr char MASK_TEXT[] = "     *        ";
+constexpr size_t DEVICE_COLUMN = MASK_COLUMN + sizeof MASK_TEXT - 1;
+
+// Whether the n bytes at p, 16 at most, are all ' ': in words of 8 or 4 bytes where there
+// are as many (the two words overlap when n is not their size), which is the same test on
+// every byte order since all the bytes compared are alike.
+inline bool blanks(const char* p, size_t n)
+{
+    constexpr uint64_t BLANKS_8 = 0x2020202020202020u;
+    constexpr uint32_t BLANKS_4 = 0x20202020u;
+    if (n >= 8) {
+        uint64_t head, tail;
+        memcpy(&head, p, 8);
+        memcpy(&tail, p + n - 8, 8);
+        return head == BLANKS_8 && tail == BLANKS_8;
+    }
+    if (n >= 4) {
+        uint32_t head, tail;
+        memcpy(&head, p, 4);
+        memcpy(&tail, p + n - 4, 4);
+        return head == BLANKS_4 && tail == BLANKS_4;
+    }
+    for (size_t i = 0; i < n; ++i)
+        if (p[i] != ' ')
+            return false;
+    return true;
+}
+
+// Each byte's value as a hexadecimal digit, NOT_HEX for any other byte.
+constexpr unsigned char NOT_HEX = 0xff;
+
+struct hex_digits {
+    unsigned char of[256];
+};
+
+constexpr hex_digits make_hex_digits()
+{
+    hex_digits t{};
+    for (int i = 0; i < 256; ++i)
+        t.of[i] = static_cast<unsigned char>(i >= '0' && i <= '9'   ? i - '0'
+                                             : i >= 'a' && i <= 'f' ? i - 'a' + 10
+                                             : i >= 'A' && i <= 'F' ? i - 'A' + 10
+                                                                    : NOT_HEX);
+    return t;
+}
+
+constexpr hex_digits HEX_DIGITS = make_hex_digits();
+
+inline unsigned hex_digit(char c) { return HEX_DIGITS.of[static_cast<unsigned char>(c)]; }
+
+// A column of "0x%-10x" at p: "0x", one to eight hexadecimal digits, blanks to its 12th
+// character. Its number in *value; false for anything else.
+inline bool hex_column(const char* p, uint32_t* value)
+{
+    if (p[0] != '0' || p[1] != 'x')
+        return false;
+    uint32_t v = hex_digit(p[2]);
+    if (v > 15)
+        return false;
+    size_t i = 3;
+    for (unsigned d; i < 10 && (d = hex_digit(p[i])) <= 15; ++i)
+        v = v << 4 | d;
+    *value = v;
+    return blanks(p + i, 12 - i);
+}
+
+// Three pairs of hexadecimal digits with a byte between at p, as 24 bits; any byte that is
+// no digit shows in *bad as a value above 15.
+inline uint32_t three_pairs(const char* p, unsigned* bad)
+{
+    uint32_t v = 0;
+#pragma GCC unroll 3
+    for (int pair = 0; pair < 3; ++pair, p += 3) {
+        const unsigned high = hex_digit(p[0]), low = hex_digit(p[1]);
+        *bad |= high | low;
+        v = v << 8 | high << 4 | low;
+    }
+    return v;
+}
+
+// The six pairs of a MAC with ':' between at p, as one number; false for anything else.
+// The pairs are put together in two halves of 24 bits, which 32-bit CPUs hold in single
+// registers.
+inline bool mac_column(const char* p, uint64_t* mac)
+{
+    if (p[2] != ':' || p[5] != ':' || p[8] != ':' || p[11] != ':' || p[14] != ':')
+        return false;
+    unsigned bad = 0;
+    const uint32_t high = three_pairs(p, &bad), low = three_pairs(p + 9, &bad);
+    if (bad > 15)
+        return false;
+    *mac = static_cast<uint64_t>(high) << 24 | low;
+    return true;
+}
+
+// The kernel's layout read at its columns; false for a line of any other layout (which is
+// not refused by that: it is read the general way). On such a line the format's
+// conversions take exactly the columns: the address up to its blank (at most 15
+// characters), the hardware type and the flags up to theirs, the 17 characters of the MAC
+// (with a blank after them), the '*', and the device from its column on, which is not a
+// blank. The conversions after them then give the values read here: the address of the
+// common form, the flags' number (8 digits at most, so without overflow), the six pairs,
+// and the device's first two characters (a blank, a NUL or the end of the line after the
+// first is not 'r').
+bool read_kernel_layout(const char* line, size_t length, arp_line_values* out)
+{
+    if (length <= DEVICE_COLUMN)
+        return false;
+    const char* after_address = read_common_address(line, ' ', &out->address);
+    if (!after_address || !blanks(after_address, TYPE_COLUMN - static_cast<size_t>(after_address - line)))
+        return false;
+    uint32_t type = 0, flags = 0;
+    if (!hex_column(line + TYPE_COLUMN, &type) || !hex_column(line + FLAGS_COLUMN, &flags) ||
+        !mac_column(line + MAC_COLUMN, &out->mac) || memcmp(line + MASK_COLUMN, MASK_TEXT, sizeof MASK_TEXT - 1) != 0 ||
+        !in_class(line[DEVICE_COLUMN], NOT_SPACE))
+        return false;
+    out->flags_low_byte = flags & 0xff;
+    out->bridge = line[DEVICE_COLUMN] == 'b' && line[DEVICE_COLUMN + 1] == 'r';
+    return true;
+}
+
+} // namespace
+
+bool read_arp_line(const char* line, size_t length, arp_line_values* out)
+{
+    if (read_kernel_layout(line, length, out))
+        return true;
+    arp_line fields;
+    if (!scan_arp_line(line, &fields))
+        return false;
+    if (!address_from_text(fields.ip, &out->address))
+        out->address = 0;
+    out->flags_low_byte = arp_flags_low_byte(fields.flags);
+    out->mac = parse_mac_text(fields.mac);
+    out->bridge = strncmp(fields.device, "br", 2) == 0;
+    return true;
 }

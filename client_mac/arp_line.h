@@ -1,6 +1,9 @@
 // One line of the kernel's ARP table ("/proc/net/arp"), read field by field.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+
 // The fields the MAC accounting takes from a line: the address, the flags, the MAC text and
 // the device, each NUL-terminated.
 struct arp_line {
@@ -23,3 +26,21 @@ bool scan_arp_line(const char* line, arp_line* fields);
 // before the digits), as strtoull(text, nullptr, 16) & 0xff gives it: 0 without digits,
 // 0xff for a number beyond 64 bits. The same on every CPU, whatever the width of long.
 unsigned arp_flags_low_byte(const char* text);
+
+// What the MAC accounting takes from a line, as scan_arp_line and the conversions after it
+// give it: the address as address_from_text reads the address text (0 where it refuses the
+// text), the low byte of the flags (arp_flags_low_byte), the MAC as parse_mac_text reads the
+// MAC text, and whether the device's name starts with "br".
+struct arp_line_values {
+    uint32_t address;
+    unsigned flags_low_byte;
+    uint64_t mac;
+    bool bridge;
+};
+
+// Reads a line of length bytes, NUL-terminated at length, into those values; false where
+// scan_arp_line is false. A line as the kernel lays it out, "%-16s 0x%-10x0x%-10x%-17s
+// *        %s\n" with an address of the common form and a MAC of six pairs, is read at its
+// fixed columns in one pass; any other line goes through scan_arp_line and the
+// conversions.
+bool read_arp_line(const char* line, size_t length, arp_line_values* out);

@@ -2,7 +2,6 @@
 
 #include "client_mac/arp_line.h"
 #include "core/entry_blocks.h"
-#include "core/address_text.h"
 #include "core/read_file.h"
 #include "platform/platform.h"
 
@@ -132,18 +131,12 @@ int load_proc_net_arp(arp_table& table)
     line_reader lines(f.get());
     size_t length = 0;
     while (const char* line = lines.next_in_place(spare, sizeof spare, &length)) {
-        arp_line fields;
-        if (!scan_arp_line(line, &fields))
+        arp_line_values values;
+        if (!read_arp_line(line, length, &values) || !values.bridge)
             continue;
-        if (strncmp(fields.device, "br", 2) != 0)
+        if (values.flags_low_byte != 2 && values.flags_low_byte != 6)
             continue;
-        const unsigned state = arp_flags_low_byte(fields.flags);
-        if (state != 2 && state != 6)
-            continue;
-        uint32_t address = 0;
-        if (!address_from_text(fields.ip, &address))
-            address = 0;
-        if (!add_arp(table, address, parse_mac_text(fields.mac)))
+        if (!add_arp(table, values.address, values.mac))
             break;
     }
     return 0;

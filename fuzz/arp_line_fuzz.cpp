@@ -1,6 +1,7 @@
 // The ARP table's field scanner against the sscanf format it replaces, the MAC text reader
 // against the six strtoll fields and the address reader against inet_aton: the input as one
-// line, and the address field the scanner gives; any difference aborts.
+// line, and the address field the scanner gives; and read_arp_line, on the input's bytes,
+// against the format and those references; any difference aborts.
 #include "fuzz_root.h"
 
 #include "client_mac/arp_line.h"
@@ -48,5 +49,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         abort();
     if (!same_address(line.c_str()) || (taken && !same_address(f.ip)))
         abort();
+    // read_arp_line on the bytes with their length, as the reader gives its pieces (a NUL
+    // among them ends the C string only).
+    arp_line_values v{};
+    if (read_arp_line(line.c_str(), line.size(), &v) != taken)
+        abort();
+    if (taken) {
+        struct in_addr a;
+        const uint32_t address = inet_aton(ip, &a) ? a.s_addr : 0;
+        if (v.address != address || v.flags_low_byte != static_cast<unsigned>(strtoull(flags, nullptr, 16) & 0xff) ||
+            v.mac != mac_by_strtoll(mac) || v.bridge != (strncmp(device, "br", 2) == 0))
+            abort();
+    }
     return 0;
 }

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -255,4 +256,136 @@ TEST(ArpLine, FlagsLowByteAsStrtoullForGeneratedFlags)
             ASSERT_EQ(arp_flags_low_byte(text.c_str()), static_cast<unsigned>(strtoull(text.c_str(), nullptr, 16) & 0xff))
                 << text;
         }
+}
+
+namespace {
+
+// What the MAC accounting took from a line before read_arp_line: the sscanf format, then
+// inet_aton for the address (0 when refused), strtoull for the flags, the six strtoll
+// fields for the MAC and strncmp for the device's "br".
+struct values_reference {
+    bool taken = false;
+    arp_line_values values{};
+};
+
+values_reference values_by_sscanf(const char* line)
+{
+    char ip[16], flags[20], mac[18], device[20];
+    values_reference r;
+    r.taken = sscanf(line, FORMAT, ip, flags, mac, device) == 4;
+    if (r.taken) {
+        struct in_addr a;
+        r.values.address = inet_aton(ip, &a) ? a.s_addr : 0;
+        r.values.flags_low_byte = static_cast<unsigned>(strtoull(flags, nullptr, 16) & 0xff);
+        r.values.mac = mac_by_strtoll(mac);
+        r.values.bridge = strncmp(device, "br", 2) == 0;
+    }
+    return r;
+}
+
+// read_arp_line on the bytes of line (a NUL among them ends the C string, not the length
+// given, as in the reader's pieces) against the reference.
+void expect_values_as_reference(const std::string& line)
+{
+    const values_reference expected = values_by_sscanf(line.c_str());
+    arp_line_values got{};
+    const bool taken = read_arp_line(line.c_str(), line.size(), &got);
+    ASSERT_EQ(taken, expected.taken) << '"' << line << '"';
+    if (!taken)
+        return;
+    ASSERT_EQ(got.address, expected.values.address) << line;
+    ASSERT_EQ(got.flags_low_byte, expected.values.flags_low_byte) << line;
+    ASSERT_EQ(got.mac, expected.values.mac) << line;
+    ASSERT_EQ(got.bridge, expected.values.bridge) << line;
+}
+
+const char* const KERNEL_LINES[] = {
+    "10.1.0.7         0x1         0x2         02:00:0a:01:00:07     *        br0\n",
+    "192.168.100.200  0x1         0x6         AA:bb:CC:dd:EE:ff     *        br-lan\n",
+    "255.255.255.255  0x1         0x0         00:00:00:00:00:00     *        eth0\n",
+    "0.0.0.0          0xffffffff  0x1234abcd  01:23:45:67:89:ab     *        b\n",
+    "1.2.3.4          0x1         0x2         02:00:0a:01:00:07     *        brabcdefghijklmnopqrstuvwxyz\n",
+};
+
+} // namespace
+
+TEST(ArpLineValues, KernelLineGivesItsAddressFlagsMacAndDevice)
+{
+    arp_line_values v{};
+    const std::string line = KERNEL_LINES[0];
+    ASSERT_TRUE(read_arp_line(line.c_str(), line.size(), &v));
+    struct in_addr a;
+    ASSERT_TRUE(inet_aton("10.1.0.7", &a));
+    EXPECT_EQ(v.address, a.s_addr);
+    EXPECT_EQ(v.flags_low_byte, 2u);
+    EXPECT_EQ(v.mac, 0x02000a010007ull);
+    EXPECT_TRUE(v.bridge);
+}
+
+TEST(ArpLineValues, OtherLayoutsAreReadAsTheFormatReadsThem)
+{
+    // Tabs for blanks, an octal address, an uppercase "0X", fields out of their columns.
+    for (const char* line : {"10.1.0.7\t0x1\t0x2\t02:00:0a:01:00:07\t*\tbr0\n",
+                             "010.1.0.7        0x1         0x2         02:00:0a:01:00:07     *        br0\n",
+                             "10.1.0.7         0X1         0X6         02:00:0a:01:00:07     *        br0\n",
+                             "10.1.0.7 0x1 0x2 2:0:a:1:0:7 * br0\n",
+                             "IP address       HW type     Flags       HW address            Mask     Device\n"}) {
+        SCOPED_TRACE(line);
+        expect_values_as_reference(line);
+    }
+    arp_line_values v{};
+    const std::string tabs = "10.1.0.7\t0x1\t0x2\t02:00:0a:01:00:07\t*\tbr0\n";
+    ASSERT_TRUE(read_arp_line(tabs.c_str(), tabs.size(), &v));
+    EXPECT_EQ(v.mac, 0x02000a010007ull);
+    EXPECT_TRUE(v.bridge);
+}
+
+TEST(ArpLineValues, SameAsTheReferenceForEveryByteInEveryPlaceOfKernelLines)
+{
+    for (const char* kernel_line : KERNEL_LINES) {
+        const std::string base = kernel_line;
+        for (size_t at = 0; at <= base.size(); ++at) {
+            expect_values_as_reference(base.substr(0, at));
+            for (int c = 0; c < 256; ++c) {
+                std::string replaced = base;
+                if (at < base.size())
+                    replaced[at] = static_cast<char>(c);
+                else
+                    replaced += static_cast<char>(c);
+                expect_values_as_reference(replaced);
+                if (HasFatalFailure())
+                    return;
+            }
+        }
+    }
+}
+
+TEST(ArpLineValues, SameAsTheReferenceForGeneratedKernelLines)
+{
+    std::mt19937 random(1125);
+    const char hex[] = "0123456789abcdefABCDEF";
+    for (int i = 0; i < 100000; ++i) {
+        char address[32];
+        const unsigned parts[4] = {static_cast<unsigned>(random() % 300), static_cast<unsigned>(random() % 256),
+                                   static_cast<unsigned>(random() % 256), static_cast<unsigned>(random() % 260)};
+        snprintf(address, sizeof address, random() % 16 ? "%u.%u.%u.%u" : "%u.%u.%u.0%u", parts[0], parts[1], parts[2],
+                 parts[3]);
+        std::string mac;
+        for (int pair = 0; pair < 6; ++pair) {
+            if (pair > 0)
+                mac += ':';
+            mac += hex[random() % (sizeof hex - 1)];
+            mac += hex[random() % (sizeof hex - 1)];
+        }
+        char line[160];
+        snprintf(line, sizeof line, "%-16s 0x%-10x0x%-10x%-17s     *        %s\n", address,
+                 static_cast<unsigned>(random() >> (random() % 32)), static_cast<unsigned>(random() >> (random() % 32)),
+                 mac.c_str(), random() % 2 ? "br0" : (random() % 2 ? "eth1" : "b"));
+        std::string text = line;
+        if (random() % 4 == 0)
+            text[random() % text.size()] = static_cast<char>(random() % 256);
+        expect_values_as_reference(text);
+        if (HasFatalFailure())
+            return;
+    }
 }
