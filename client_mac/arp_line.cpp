@@ -2,6 +2,7 @@
 
 #include "client_mac/mac_usage.h"
 #include "core/address_text.h"
+#include "core/digit_values.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -240,27 +241,6 @@ inline bool blanks(const char* p, size_t n)
     return true;
 }
 
-// Each byte's value as a hexadecimal digit, NOT_HEX for any other byte.
-constexpr unsigned char NOT_HEX = 0xff;
-
-struct hex_digits {
-    unsigned char of[256];
-};
-
-constexpr hex_digits make_hex_digits()
-{
-    hex_digits t{};
-    for (int i = 0; i < 256; ++i)
-        t.of[i] = static_cast<unsigned char>(i >= '0' && i <= '9'   ? i - '0'
-                                             : i >= 'a' && i <= 'f' ? i - 'a' + 10
-                                             : i >= 'A' && i <= 'F' ? i - 'A' + 10
-                                                                    : NOT_HEX);
-    return t;
-}
-
-constexpr hex_digits HEX_DIGITS = make_hex_digits();
-
-inline unsigned hex_digit(char c) { return HEX_DIGITS.of[static_cast<unsigned char>(c)]; }
 
 // A column of "0x%-10x" at p: "0x", one to eight hexadecimal digits, blanks to its 12th
 // character. Its number in *value; false for anything else.

@@ -1,6 +1,7 @@
 #include "client_mac/mac_usage.h"
 
 #include "client_mac/arp_line.h"
+#include "core/digit_values.h"
 #include "core/entry_blocks.h"
 #include "core/read_file.h"
 #include "platform/platform.h"
@@ -193,23 +194,6 @@ bool wait_for_deleted_arp()
     }
 }
 
-// The value of each byte as a hexadecimal digit, 16 for a byte that is none.
-struct hex_values {
-    unsigned char of[256];
-};
-
-constexpr hex_values make_hex_values()
-{
-    hex_values t{};
-    for (int i = 0; i < 256; ++i)
-        t.of[i] = static_cast<unsigned char>(i >= '0' && i <= '9'   ? i - '0'
-                                             : i >= 'a' && i <= 'f' ? i - 'a' + 10
-                                             : i >= 'A' && i <= 'F' ? i - 'A' + 10
-                                                                    : 16);
-    return t;
-}
-
-constexpr hex_values HEX_VALUES = make_hex_values();
 
 } // namespace
 
@@ -234,10 +218,10 @@ uint64_t parse_mac_text(const char* text)
     // A pair of hexadecimal digits as a number, 256 when either byte is no digit; the
     // second byte is looked at only after the first was found to be a digit.
     const auto hex_pair = [](const unsigned char* t) -> unsigned {
-        const unsigned high = HEX_VALUES.of[t[0]];
+        const unsigned high = hex_digit(static_cast<char>(t[0]));
         if (high > 15)
             return 256;
-        const unsigned low = HEX_VALUES.of[t[1]];
+        const unsigned low = hex_digit(static_cast<char>(t[1]));
         if (low > 15)
             return 256;
         return high << 4 | low;
@@ -258,7 +242,7 @@ uint64_t parse_mac_text(const char* text)
 #pragma GCC unroll 3
     for (int pair = 3; pair < 6; ++pair, t += 3) {
         const unsigned b = hex_pair(t);
-        if (b > 255 || (pair < 5 ? t[2] != ':' : HEX_VALUES.of[t[2]] <= 15))
+        if (b > 255 || (pair < 5 ? t[2] != ':' : hex_digit(static_cast<char>(t[2])) <= 15))
             return by_strtoll(text);
         low = low << 8 | b;
     }

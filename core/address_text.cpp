@@ -1,29 +1,13 @@
 #include "core/address_text.h"
 
+#include "core/digit_values.h"
+
 #include <arpa/inet.h>
 #include <cstring>
 
 namespace {
 
-// What each byte is to the common form: a decimal digit its value, anything else NOT_DIGIT.
-// One look-up tells a digit and its value.
-constexpr unsigned char NOT_DIGIT = 10;
-
-struct part_chars {
-    unsigned char of[256];
-};
-
-constexpr part_chars make_part_chars()
-{
-    part_chars t{};
-    for (int i = 0; i < 256; ++i)
-        t.of[i] = static_cast<unsigned char>(i >= '0' && i <= '9' ? i - '0' : NOT_DIGIT);
-    return t;
-}
-
-constexpr part_chars PART_CHARS = make_part_chars();
-
-inline unsigned part_char(const char* p) { return PART_CHARS.of[static_cast<unsigned char>(*p)]; }
+inline unsigned part_char(const char* p) { return decimal_digit(*p); }
 
 // One part of the common form at p: a lone 0 or one to three decimal digits without a
 // leading zero, of at most 255, followed by the character after. Gives the text after that
