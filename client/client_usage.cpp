@@ -154,8 +154,12 @@ void read_client_usage(client_usage_tables* tables)
             char text[sizeof(client_record::address_text)];
             memcpy(text, u.address, u.address_length);
             text[u.address_length] = '\0';
-            uint32_t a = u.address_value;
-            if ((!u.address_read && !address_from_text(text, &a)) || never_a_client(a))
+            uint32_t a = 0;
+            if (u.address_read)
+                a = u.address_value;
+            else if (!address_from_text(text, &a))
+                continue;
+            if (never_a_client(a))
                 continue;
             for (client_table& table : tables->table)
                 count_client(table, *tables, a, text, u.first, u.second, reading_time);
