@@ -156,11 +156,6 @@ inline const char* pass(const char* p)
     return p;
 }
 
-inline unsigned hex_value(char c)
-{
-    return c <= '9' ? static_cast<unsigned>(c - '0') : static_cast<unsigned>((c | 0x20) - 'a' + 10);
-}
-
 } // namespace
 
 bool scan_arp_line(const char* line, arp_line* f)
@@ -191,15 +186,15 @@ unsigned arp_flags_low_byte(const char* text)
     // The common flags, "0x2" or "0x6" and the like: one or two digits.
     if (in_class(p[0], HEX)) {
         if (!in_class(p[1], HEX))
-            return hex_value(p[0]);
+            return hex_digit(p[0]);
         if (!in_class(p[2], HEX))
-            return (hex_value(p[0]) << 4 | hex_value(p[1])) & 0xff;
+            return (hex_digit(p[0]) << 4 | hex_digit(p[1])) & 0xff;
     }
     uint64_t value = 0;
     for (; in_class(*p, HEX); ++p) {
         if (value > (UINT64_MAX >> 4))
             return 0xff; // beyond 64 bits: strtoull gives its largest value
-        value = (value << 4) | hex_value(*p);
+        value = (value << 4) | hex_digit(*p);
     }
     return static_cast<unsigned>(value & 0xff);
 }
@@ -240,7 +235,6 @@ inline bool blanks(const char* p, size_t n)
             return false;
     return true;
 }
-
 
 // A column of "0x%-10x" at p: "0x", one to eight hexadecimal digits, blanks to its 12th
 // character. Its number in *value; false for anything else.

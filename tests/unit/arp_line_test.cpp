@@ -61,6 +61,26 @@ void expect_same(const std::string& line)
     ASSERT_EQ(a.device, b.device) << line;
 }
 
+// Calls check on every prefix of base, and on base with each byte value from first_byte to
+// 255 put in every place of it and after its end; stops at the first fatal failure.
+template <typename Check>
+void for_every_byte_in_every_place(const std::string& base, int first_byte, Check check)
+{
+    for (size_t at = 0; at <= base.size(); ++at) {
+        check(base.substr(0, at));
+        for (int c = first_byte; c < 256; ++c) {
+            std::string replaced = base;
+            if (at < base.size())
+                replaced[at] = static_cast<char>(c);
+            else
+                replaced += static_cast<char>(c);
+            check(replaced);
+            if (::testing::Test::HasFatalFailure())
+                return;
+        }
+    }
+}
+
 } // namespace
 
 TEST(ArpLine, ACompleteLinuxLine_GivesItsFourFields)
@@ -209,19 +229,7 @@ TEST(ArpLine, SameAsSscanfForEveryFieldLengthUpToPastItsWidth)
 TEST(ArpLine, SameAsSscanfForEveryByteInEveryPlaceOfALine)
 {
     const std::string base = "10.1.0.7         0x1         0x2         02:00:0a:01:00:07     *        br0\n";
-    for (size_t at = 0; at <= base.size(); ++at) {
-        expect_same(base.substr(0, at));
-        for (int c = 1; c < 256; ++c) {
-            std::string replaced = base;
-            if (at < base.size())
-                replaced[at] = static_cast<char>(c);
-            else
-                replaced += static_cast<char>(c);
-            expect_same(replaced);
-            if (HasFatalFailure())
-                return;
-        }
-    }
+    for_every_byte_in_every_place(base, 1, expect_same);
 }
 
 TEST(ArpLine, SameAsSscanfForRandomBytes)
@@ -343,20 +351,9 @@ TEST(ArpLineValues, OtherLayoutsAreReadAsTheFormatReadsThem)
 TEST(ArpLineValues, SameAsTheReferenceForEveryByteInEveryPlaceOfKernelLines)
 {
     for (const char* kernel_line : KERNEL_LINES) {
-        const std::string base = kernel_line;
-        for (size_t at = 0; at <= base.size(); ++at) {
-            expect_values_as_reference(base.substr(0, at));
-            for (int c = 0; c < 256; ++c) {
-                std::string replaced = base;
-                if (at < base.size())
-                    replaced[at] = static_cast<char>(c);
-                else
-                    replaced += static_cast<char>(c);
-                expect_values_as_reference(replaced);
-                if (HasFatalFailure())
-                    return;
-            }
-        }
+        for_every_byte_in_every_place(kernel_line, 0, expect_values_as_reference);
+        if (HasFatalFailure())
+            return;
     }
 }
 
