@@ -13,19 +13,22 @@
 // modulo 8191, so that a reading stays linear in the number of clients.
 constexpr uint32_t CLIENT_CHAINS = 8191;
 
-// A client of a table. The fields are ordered so that the record takes 128 bytes on a
-// 64-bit build, without padding. address_text is NUL-padded to its end, so that it can be
-// copied whole into a line and the line continued after address_length characters.
+// A client of a table. The fields are ordered for the walks of every reading and take
+// 128 bytes on a 64-bit build, without padding: what a step along a chain compares (the
+// address beside the link), the flags the classification sets and the second counters fill
+// the first 64 bytes, so that a record passed over on a chain costs one cache line, not
+// two. address_text is NUL-padded to its end, so that it can be copied whole into a line
+// and the line continued after address_length characters.
 struct client_record {
     client_record* next;
-    uint64_t second[CLIENT_TYPES];
-    uint64_t first[CLIENT_TYPES];
     uint32_t address;          // network byte order
-    char address_text[16];
     uint8_t present;           // created or changed in the current period: written to the files
     uint8_t baseline_pending;  // set at creation, cleared by the first counted reading
     uint8_t type;              // 1..5, 0 until classified
     uint8_t address_length;    // characters of address_text before its NUL
+    uint64_t second[CLIENT_TYPES];
+    uint64_t first[CLIENT_TYPES];
+    char address_text[16];
 };
 
 // Records are taken from blocks of 64 owned by their table (8 KiB on a 64-bit build), so

@@ -161,6 +161,12 @@ void read_client_usage(client_usage_tables* tables)
                 continue;
             if (never_a_client(a))
                 continue;
+            // The first record of the address's chain in each table is asked for before any
+            // table is counted, so that the three tables' records are fetched side by side
+            // rather than one table after the other. A hint only: nothing depends on it.
+            const uint32_t chain = client_chain(a);
+            for (const client_table& table : tables->table)
+                __builtin_prefetch(table.chains[chain]);
             for (client_table& table : tables->table)
                 count_client(table, *tables, a, text, u.first, u.second, reading_time);
         }
