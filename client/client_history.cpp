@@ -3,6 +3,7 @@
 #include "client_mac/mac_usage.h"
 #include "core/atomic_file.h"
 #include "core/dated_files.h"
+#include "core/line_block.h"
 #include "core/local_time.h"
 #include "core/number_text.h"
 #include "core/read_file.h"
@@ -63,23 +64,17 @@ inline void prefetch_record(const client_record* r)
 
 // Writes a "%s,%s,%lld,%lld\n" line (the address, the source type and the two counts in
 // KiB) for every type with traffic of every present record of the table into out; returns
-// how many. The lines are formatted into a block on the stack that is appended to the
-// file's text whenever it could not hold one more line, and the text is written out a
-// piece at a time (at 16,384 clients a file is over half a MiB, which would otherwise be
-// held whole until the commit).
+// how many. The lines go through a line block (core/line_block.h): at 16,384 clients a file
+// is over half a MiB, which is written out a piece at a time rather than held whole until
+// the commit.
 int append_client_lines(atomic_file& out, const client_table& table)
 {
-    std::string& text = out.text();
     // Longest line: a 15-character address, the longest type name, two counts and the
     // three separators and the line break.
     constexpr size_t LINE_MAX = sizeof(client_record::address_text) + CLIENT_TYPE_NAME_PADDED + 2 * SIGNED_DIGITS_MAX + 4;
-    char block[8192];
-    char* at = block;
-    char* const last_start = block + sizeof block - LINE_MAX;
+    // Most records have one type with traffic, on a line of about 30 bytes.
+    line_block block(out, LINE_MAX, static_cast<size_t>(table.records) * 32);
     int lines = 0;
-    // Most records have one type with traffic, on a line of about 30 bytes: room for them
-    // all at once, up to a piece, rather than the copies of a growing text.
-    text.reserve(std::min(static_cast<size_t>(table.records) * 32, FILE_PIECE) + sizeof block);
     for (uint32_t chain = 0; chain < CLIENT_CHAINS; ++chain) {
         // The lines follow the chains, whose records lie anywhere in the table's store, and a
         // record waited for costs more than its line. So the records are asked for ahead, in
@@ -99,12 +94,7 @@ int append_client_lines(atomic_file& out, const client_table& table)
             for (int type = TYPE_LAN; type < CLIENT_TYPES; ++type) {
                 if (r->first[type] == 0 && r->second[type] == 0)
                     continue;
-                if (at > last_start) {
-                    text.append(block, static_cast<size_t>(at - block));
-                    at = block;
-                    if (text.size() >= FILE_PIECE)
-                        out.write_gathered();
-                }
+                char* at = block.room();
                 // Whole fixed-size copies, cheaper than copies of the exact length: the
                 // bytes after the text are written over by what follows.
                 memcpy(at, r->address_text, sizeof r->address_text);
@@ -119,11 +109,12 @@ int append_client_lines(atomic_file& out, const client_table& table)
                 *at++ = ',';
                 at = write_unsigned(at, r->second[type] >> 10);
                 *at++ = '\n';
+                block.written(at);
                 ++lines;
             }
         }
     }
-    text.append(block, static_cast<size_t>(at - block));
+    block.finish();
     return lines;
 }
 

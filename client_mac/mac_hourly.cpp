@@ -4,6 +4,7 @@
 #include "core/atomic_file.h"
 #include "core/client_kinds.h"
 #include "core/dated_files.h"
+#include "core/line_block.h"
 #include "core/local_time.h"
 #include "core/number_text.h"
 #include "core/read_file.h"
@@ -38,19 +39,31 @@ std::string mac_hour_name(time_t hour)
 
 uint64_t total(const mac_usage_entry& e) { return e.first + e.second; }
 
+// "00" to "FF": the two upper-case hexadecimal digits of every byte value.
+struct hex_pair_table {
+    char digits[2 * 256];
+    constexpr hex_pair_table() : digits()
+    {
+        constexpr char HEX[] = "0123456789ABCDEF";
+        for (int byte = 0; byte < 256; ++byte) {
+            digits[2 * byte] = HEX[byte >> 4];
+            digits[2 * byte + 1] = HEX[byte & 0xf];
+        }
+    }
+};
+constexpr hex_pair_table HEX_PAIRS;
+
 // Writes the six bytes of a MAC (the low 48 bits, first byte highest) as
 // "%02X:%02X:%02X:%02X:%02X:%02X" prints them; returns the end.
 char* write_mac_text(char* out, uint64_t mac)
 {
-    static const char HEX[] = "0123456789ABCDEF";
     for (int i = 0; i < 6; ++i) {
         const unsigned byte = static_cast<unsigned>((mac >> (40 - 8 * i)) & 0xff);
-        *out++ = HEX[byte >> 4];
-        *out++ = HEX[byte & 0xf];
+        memcpy(out + 3 * i, HEX_PAIRS.digits + 2 * byte, 2);
         if (i < 5)
-            *out++ = ':';
+            out[3 * i + 2] = ':';
     }
-    return out;
+    return out + 17;
 }
 
 // Writes an IPv4 address held in network byte order as inet_ntoa prints it: its four
@@ -178,10 +191,8 @@ void ruvo_client_mac_usage_save()
     std::string name = mac_hour_name(mac_usage_hour);
     atomic_file out(TEMPORARY);
     if (!name.empty() && out.is_open()) {
-        // The largest users of the hour, written out a piece at a time (8,192 lines are
-        // over 300 KiB).
-        std::string& text = out.text();
-        text.reserve(std::min(lines * 40, FILE_PIECE) + LINE_MAX_TEXT);
+        // The largest users of the hour (8,192 lines are over 300 KiB).
+        line_block block(out, LINE_MAX_TEXT, lines * 40);
         for (size_t i = 0; i < lines; ++i) {
             // The entries are met in the order of their totals, all over the table's memory:
             // the one some lines ahead is asked for now, so that it is there when its line
@@ -189,11 +200,9 @@ void ruvo_client_mac_usage_save()
             constexpr size_t AHEAD = 8;
             if (i + AHEAD < lines)
                 __builtin_prefetch(sorted[i + AHEAD].entry);
-            char line[LINE_MAX_TEXT];
-            text.append(line, static_cast<size_t>(write_entry_line(line, *sorted[i].entry) - line));
-            if (text.size() >= FILE_PIECE)
-                out.write_gathered();
+            block.written(write_entry_line(block.room(), *sorted[i].entry));
         }
+        block.finish();
         out.commit(dated_file_path(LIVE_DIR, name).c_str());
     }
     free(keys);
