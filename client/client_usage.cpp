@@ -140,10 +140,16 @@ void read_client_usage(client_usage_tables* tables)
         const char* colon = strchr(line, ':');
         if (colon && colon != line && isdigit(static_cast<unsigned char>(colon[1 + strspn(colon + 1, " \t")])))
             reading_time = static_cast<time_t>(strtoull(colon + 1, nullptr, 10));
+        // A line of the common form is read where it lies, and its end found on the way;
+        // any other piece is read the general way.
+        usage_line u;
+        const auto common_line = [&u](const char* text, size_t available, size_t room) {
+            return read_common_usage_line(text, available, room, &u);
+        };
+        const char* piece = nullptr;
         size_t length = 0;
-        while (const char* piece = lines.next_in_place(line, sizeof line, &length)) {
-            usage_line u;
-            if (!parse_client_usage_line(piece, &u))
+        while (lines.next_line(line, sizeof line, common_line, &piece, &length)) {
+            if (piece && !parse_client_usage_line(piece, &u))
                 continue;
             if (u.address_length == 0 ||
                 (lan_address && u.address_length == lan_length && memcmp(u.address, lan_address, lan_length) == 0) ||

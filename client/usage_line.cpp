@@ -1,6 +1,7 @@
 #include "client/usage_line.h"
 
 #include "core/address_text.h"
+#include "core/digit_values.h"
 #include "core/number_text.h"
 
 #include <cstring>
@@ -43,4 +44,30 @@ bool parse_client_usage_line(const char* line, usage_line* out)
     if (*end != '\0')
         return parse_value(end, &out->second, &end);
     return true;
+}
+
+size_t read_common_usage_line(const char* text, size_t available, size_t room, usage_line* out)
+{
+    uint32_t address = 0;
+    const char* colon = read_common_address(text, ':', &address);
+    if (!colon || decimal_digit(colon[1]) > 9)
+        return 0;
+    // The values as parse_client_usage_line reads them: from a digit, strtoll's way.
+    uint64_t first = 0, second = 0;
+    const char* end = nullptr;
+    if (!parse_value(colon + 1, &first, &end) || *end != '/' || decimal_digit(end[1]) > 9 ||
+        !parse_value(end + 1, &second, &end) || *end != '\n')
+        return 0;
+    const size_t length = static_cast<size_t>(end - text) + 1;
+    // The NUL after the available bytes ends every scan above before it, so the line is
+    // within them; a line longer than a piece is not one piece.
+    if (length > available || length > room)
+        return 0;
+    out->address = text;
+    out->address_length = static_cast<size_t>(colon - text);
+    out->address_read = true;
+    out->address_value = address;
+    out->first = first;
+    out->second = second;
+    return length;
 }

@@ -21,3 +21,12 @@ struct usage_line {
 // address of the common form ("192.168.1.10:...", as address_text.h says) is read in the
 // same pass; any other address text is left to the caller, as text.
 bool parse_client_usage_line(const char* line, usage_line* out);
+
+// A line of the common form at the start of text, "a.b.c.d:first/second\n": an address as
+// read_common_address reads it, ':', a value that starts with a digit, '/', another such
+// value and the '\n', which comes within the first min(available, room) bytes (a NUL
+// follows the available ones). Returns the line's length with its '\n' and sets *out as
+// parse_client_usage_line sets it for that line; returns 0 for any other text, which the
+// caller then reads the general way. room is the most a piece of the caller's line reader
+// holds (its size - 1): a longer line is read in pieces, so it is not taken here.
+size_t read_common_usage_line(const char* text, size_t available, size_t room, usage_line* out);

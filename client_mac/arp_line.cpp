@@ -323,3 +323,14 @@ bool read_arp_line(const char* line, size_t length, arp_line_values* out)
     out->bridge = strncmp(fields.device, "br", 2) == 0;
     return true;
 }
+
+size_t read_kernel_arp_line(const char* text, size_t available, size_t room, arp_line_values* out)
+{
+    const size_t limit = available < room ? available : room;
+    if (limit <= DEVICE_COLUMN + 1 || !read_kernel_layout(text, limit, out))
+        return 0;
+    for (size_t i = DEVICE_COLUMN + 1; i < limit; ++i)
+        if (text[i] == '\n')
+            return i + 1;
+    return 0;
+}

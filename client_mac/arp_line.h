@@ -44,3 +44,12 @@ struct arp_line_values {
 // fixed columns in one pass; any other line goes through scan_arp_line and the
 // conversions.
 bool read_arp_line(const char* line, size_t length, arp_line_values* out);
+
+// A line in the kernel's layout, as read_arp_line reads it at its columns, at the start of
+// text, whose '\n' comes within the first min(available, room) bytes (a NUL follows the
+// available ones). Returns the line's length with its '\n' and sets *out as read_arp_line
+// sets it for that line; returns 0 for any other text, which the caller then reads the
+// general way. room is the most a piece of the caller's line reader holds (its size - 1).
+// The columns before the device's hold no '\n' when they are read as the layout's, so the
+// '\n' is only looked for in the device's name.
+size_t read_kernel_arp_line(const char* text, size_t available, size_t room, arp_line_values* out);

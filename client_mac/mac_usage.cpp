@@ -130,10 +130,18 @@ int load_proc_net_arp(arp_table& table)
         return -1;
     char spare[LINE_SIZE];
     line_reader lines(f.get());
+    // A line in the kernel's layout is read where it lies, and its end found on the way; any
+    // other piece is read the general way.
+    arp_line_values values;
+    const auto kernel_line = [&values](const char* text, size_t available, size_t room) {
+        return read_kernel_arp_line(text, available, room, &values);
+    };
+    const char* piece = nullptr;
     size_t length = 0;
-    while (const char* line = lines.next_in_place(spare, sizeof spare, &length)) {
-        arp_line_values values;
-        if (!read_arp_line(line, length, &values) || !values.bridge)
+    while (lines.next_line(spare, sizeof spare, kernel_line, &piece, &length)) {
+        if (piece && !read_arp_line(piece, length, &values))
+            continue;
+        if (!values.bridge)
             continue;
         if (values.flags_low_byte != 2 && values.flags_low_byte != 6)
             continue;

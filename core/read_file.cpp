@@ -302,6 +302,16 @@ const char* line_reader::next_in_place(char* spare, size_t size, size_t* length)
     return spare;
 }
 
+const char* line_reader::peek(size_t* available)
+{
+    if (restore_) {
+        block_[begin_] = saved_;
+        restore_ = false;
+    }
+    *available = end_ - begin_;
+    return block_ + begin_;
+}
+
 void dir_closer::operator()(DIR* dir) const { closedir(dir); }
 
 dir_ptr open_directory(const char* absolute_path)

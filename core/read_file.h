@@ -77,7 +77,7 @@ public:
     // input's stream has a buffer of 64 KiB, from which the blocks are copied).
     static constexpr size_t BLOCK = 8192;
 
-    explicit line_reader(FILE* in) : in_(in) {}
+    explicit line_reader(FILE* in) : in_(in) { block_[0] = '\0'; }
     line_reader(const line_reader&) = delete;
     line_reader& operator=(const line_reader&) = delete;
 
@@ -89,6 +89,36 @@ public:
     // spare. Returns the piece and sets *length to its bytes, or returns null where next
     // returns false. The piece stays valid until the next call.
     const char* next_in_place(char* spare, size_t size, size_t* length);
+
+    // For a reader that finds a line's end itself as it reads the line (the hot readers, so
+    // that the line is not searched for its '\n' first): the bytes read ahead from the
+    // reader's place on, *available of them (0 when the reader must read on: then
+    // next_in_place does), with a NUL after them. Valid until the next call.
+    const char* peek(size_t* available);
+    // Takes the first count bytes of what peek gave as the next piece, as next_in_place
+    // would have given them. The caller has seen that they end with the first '\n' among
+    // them, and that count is at most size - 1 of the next_in_place this stands for.
+    void take(size_t count) { begin_ += count; }
+
+    // The next line for such a reader: read_in_place(text, available, room) is tried on the
+    // bytes ahead (peek; room is size - 1) and returns the length with its '\n' of the line
+    // it read there, or 0 (a line of another form, or not whole at hand); then *piece is
+    // null. Otherwise *piece and *length are the next piece, as next_in_place gives it, for
+    // the caller to read the general way. Returns false at the end of the file, where
+    // next_in_place returns null.
+    template <typename ReadInPlace>
+    bool next_line(char* spare, size_t size, ReadInPlace read_in_place, const char** piece, size_t* length)
+    {
+        size_t available = 0;
+        const char* ahead = peek(&available);
+        if (const size_t count = read_in_place(ahead, available, size - 1)) {
+            take(count);
+            *piece = nullptr;
+            return true;
+        }
+        *piece = next_in_place(spare, size, length);
+        return *piece != nullptr;
+    }
 
 private:
     // Reads the next block; false when nothing more could be read.

@@ -1,12 +1,15 @@
 // The ARP table's field scanner against the sscanf format it replaces, the MAC text reader
 // against the six strtoll fields and the address reader against inet_aton: the input as one
-// line, and the address field the scanner gives; and read_arp_line, on the input's bytes,
-// against the format and those references; any difference aborts.
+// line, and the address field the scanner gives; read_arp_line, on the input's bytes,
+// against the format and those references; and the input as a table, read as the daemon
+// reads it (a line in the kernel's layout where it lies), against the general way; any
+// difference aborts.
 #include "fuzz_root.h"
 
 #include "client_mac/arp_line.h"
 #include "client_mac/mac_usage.h"
 #include "core/address_text.h"
+#include "tests/reference/lines_both_ways.h"
 #include "tests/reference/mac_by_strtoll.h"
 
 #include <arpa/inet.h>
@@ -61,5 +64,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             v.mac != mac_by_strtoll(mac) || v.bridge != (strncmp(device, "br", 2) == 0))
             abort();
     }
+    const std::string table(reinterpret_cast<const char*>(data), size);
+    size_t in_place = 0;
+    if (lines_both_ways::arp_lines_in_place(table, &in_place) != lines_both_ways::arp_lines_general(table))
+        abort();
     return 0;
 }

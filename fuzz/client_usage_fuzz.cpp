@@ -1,5 +1,5 @@
 // The kernel's client counters ("/proc/korel/config/client_usage"): each line held to the
-// reference reader, then the whole input read into the client usage tables that
+// reference reader, the input read as the daemon reads it held to the general way, then the whole input read into the client usage tables that
 // client_usage_init creates: a first reading of known clients, the fuzzed reading, and a
 // reading an hour later that checks the periods the fuzzed header left. The router's LAN
 // address, a WAN address, a PPTP user and an ARP table are in place, so that every
@@ -12,6 +12,7 @@
 #include "client/client_usage.h"
 #include "client/usage_line.h"
 #include "client_mac/mac_usage.h"
+#include "tests/reference/lines_both_ways.h"
 #include "tests/reference/usage_line_by_strchr.h"
 
 #include <cstdlib>
@@ -74,6 +75,16 @@ void check_lines_against_reference(const uint8_t* data, size_t size)
     }
 }
 
+// The input read as the daemon reads it (the lines of the common form where they lie) gives
+// the lines the general way gives: any difference aborts.
+void check_lines_read_both_ways(const uint8_t* data, size_t size)
+{
+    const std::string content(reinterpret_cast<const char*>(data), size);
+    size_t in_place = 0;
+    if (lines_both_ways::usage_lines_in_place(content, &in_place) != lines_both_ways::usage_lines_general(content))
+        abort();
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -92,6 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         ready = true;
     }
     check_lines_against_reference(data, size);
+    check_lines_read_both_ways(data, size);
     fuzz::fuzz_platform& root = fuzz::world();
     client_usage_tables* t = tables();
     fuzz::put_text(CLIENT_USAGE, FIRST_READING);
