@@ -75,16 +75,20 @@ int append_client_lines(atomic_file& out, const client_table& table)
     // Most records have one type with traffic, on a line of about 30 bytes.
     line_block block(out, LINE_MAX, static_cast<size_t>(table.records) * 32);
     int lines = 0;
+    // The lines follow the chains, whose records lie anywhere in the table's store, and in a
+    // large table a record waited for costs more than its line. So the records of a large
+    // table are asked for ahead, in two stages: the first record of the chain
+    // 2 * CHAINS_AHEAD on, and the second record of the chain CHAINS_AHEAD on, whose first
+    // record was asked for then and has arrived since. (Most chains hold one or two records
+    // at 16,384 clients.) A table of fewer records than chains asks for nothing: there the
+    // look-ahead's ten or so instructions a chain would be paid for less than a record a
+    // chain, and its records (1 MiB at most) mostly stay in the cache between walks. Hints
+    // only: nothing depends on them.
+    const bool large = table.records >= CLIENT_CHAINS;
     for (uint32_t chain = 0; chain < CLIENT_CHAINS; ++chain) {
-        // The lines follow the chains, whose records lie anywhere in the table's store, and a
-        // record waited for costs more than its line. So the records are asked for ahead, in
-        // two stages: the first record of the chain 2 * CHAINS_AHEAD on, and the second
-        // record of the chain CHAINS_AHEAD on, whose first record was asked for then and has
-        // arrived since. (Most chains hold one or two records at 16,384 clients.) Hints
-        // only: nothing depends on them.
-        if (chain + 2 * CHAINS_AHEAD < CLIENT_CHAINS)
+        if (large && chain + 2 * CHAINS_AHEAD < CLIENT_CHAINS)
             prefetch_record(table.chains[chain + 2 * CHAINS_AHEAD]);
-        if (chain + CHAINS_AHEAD < CLIENT_CHAINS)
+        if (large && chain + CHAINS_AHEAD < CLIENT_CHAINS)
             if (const client_record* ahead = table.chains[chain + CHAINS_AHEAD])
                 prefetch_record(ahead->next);
         for (const client_record* r = table.chains[chain]; r; r = r->next) {
