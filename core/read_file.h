@@ -101,11 +101,11 @@ public:
     void take(size_t count) { begin_ += count; }
 
     // The next line for such a reader: read_in_place(text, available, room) is tried on the
-    // bytes ahead (peek; room is size - 1) and returns the length with its '\n' of the line
-    // it read there, or 0 (a line of another form, or not whole at hand); then *piece is
-    // null. Otherwise *piece and *length are the next piece, as next_in_place gives it, for
-    // the caller to read the general way. Returns false at the end of the file, where
-    // next_in_place returns null.
+    // bytes ahead, as peek gives them (room is size - 1). It returns the length of the line
+    // it read there, its '\n' included, and *piece is then null; or 0 (a line of another
+    // form, or not whole at hand), and then *piece and *length are the next piece as
+    // next_in_place gives it, for the caller to read the general way. Returns false at the
+    // end of the file, where next_in_place returns null.
     template <typename ReadInPlace>
     bool next_line(char* spare, size_t size, ReadInPlace read_in_place, const char** piece, size_t* length)
     {
