@@ -1253,6 +1253,40 @@ TEST_F(MacHourly, ManyEqualTotalsAreWrittenInTheOrderTheTableGivesThem)
     EXPECT_EQ(read_file(mac_dir_file("2024-03-05-14.csv")), expected);
 }
 
+TEST_F(MacHourly, TotalsThatDifferOnlyInTheirLowestByteMakeTheCutInTheTablesOrder)
+{
+    make_mac_dir();
+    mac_usage_hour = local(2024, 3, 5, 14);
+    // 9,000 address entries whose totals share every byte but the lowest (the byte that
+    // decides which entries can make the 8,192-line cut), 200 values among them: the file
+    // holds the larger totals first, equal ones by bucket and then from the newest.
+    struct model {
+        uint64_t total;
+        unsigned bucket;
+        uint32_t n;
+    };
+    std::vector<model> entries;
+    for (uint32_t n = 1; n <= 9000; ++n) {
+        const uint64_t first = (uint64_t{5} << 40) + (n * 37u) % 200u;
+        ASSERT_NE(insert_mac_usage(0, ten_net(n), TYPE_LAN, 0, first), nullptr);
+        entries.push_back({first, n & 0xfffu, n});
+    }
+    std::sort(entries.begin(), entries.end(), [](const model& a, const model& b) {
+        if (a.total != b.total)
+            return a.total > b.total;
+        if (a.bucket != b.bucket)
+            return a.bucket < b.bucket;
+        return a.n > b.n;
+    });
+    std::string expected;
+    for (size_t i = 0; i < 8192; ++i)
+        expected += "*" + ten_net_text(entries[i].n) + ",lan," + std::to_string(entries[i].total >> 10) + ",0\n";
+
+    ruvo_client_mac_usage_save();
+
+    EXPECT_EQ(read_file(mac_dir_file("2024-03-05-14.csv")), expected);
+}
+
 TEST_F(MacUsage, EmptiedTableIsEmptyAndFillsAgainSmallOrLarge)
 {
     for (const uint32_t size : {5000u, 100u, 3u, 16384u, 0u, 700u}) {
