@@ -107,6 +107,32 @@ std::string ten_net_text(uint32_t n)
            std::to_string(n & 255);
 }
 
+// An entry of the MAC usage table as a test expects it in the hour file: its total, its
+// bucket, when it was inserted (a larger number later) and its line.
+struct expected_entry {
+    uint64_t total;
+    unsigned bucket;
+    uint64_t inserted;
+    std::string line;
+};
+
+// The hour file of these entries: each has its own place (larger totals first, then lower
+// buckets, then the one inserted later), and the first 8,192 of them are written.
+std::string hour_file_of(std::vector<expected_entry> entries)
+{
+    std::sort(entries.begin(), entries.end(), [](const expected_entry& a, const expected_entry& b) {
+        if (a.total != b.total)
+            return a.total > b.total;
+        if (a.bucket != b.bucket)
+            return a.bucket < b.bucket;
+        return a.inserted > b.inserted;
+    });
+    std::string file;
+    for (size_t i = 0; i < entries.size() && i < 8192; ++i)
+        file += entries[i].line;
+    return file;
+}
+
 class MacUsage : public Sandbox {
 protected:
     void SetUp() override
@@ -1207,13 +1233,7 @@ TEST_F(MacHourly, ManyEqualTotalsAreWrittenInTheOrderTheTableGivesThem)
     // 12,000 entries with only five totals, several to a bucket, MACs and addresses mixed:
     // the order of the file, and which tied entries make the 8,192-line cut, is the order
     // of the buckets and, within one, from the entry inserted last.
-    struct model {
-        uint64_t total;
-        unsigned bucket;
-        int inserted;
-        std::string line;
-    };
-    std::vector<model> entries;
+    std::vector<expected_entry> entries;
     uint32_t seed = 12345;
     for (int i = 0; i < 12000; ++i) {
         seed = seed * 1103515245u + 12345u;
@@ -1222,8 +1242,8 @@ TEST_F(MacHourly, ManyEqualTotalsAreWrittenInTheOrderTheTableGivesThem)
         if (i % 3 == 0) {
             const uint32_t n = static_cast<uint32_t>(i) + 1;
             ASSERT_NE(insert_mac_usage(0, ten_net(n), TYPE_SROUTE, second, first), nullptr);
-            entries.push_back(
-                {first + second, n & 0xfffu, i, "*" + ten_net_text(n) + ",sroute," + std::to_string(kib) + ",0\n"});
+            entries.push_back({first + second, n & 0xfffu, static_cast<uint64_t>(i),
+                               "*" + ten_net_text(n) + ",sroute," + std::to_string(kib) + ",0\n"});
         } else {
             const uint64_t mac = 0x020000000000ull | (static_cast<uint64_t>(i) * 977u % 40000u);
             ASSERT_NE(insert_mac_usage(mac, 0, TYPE_LAN, second, first), nullptr);
@@ -1232,21 +1252,11 @@ TEST_F(MacHourly, ManyEqualTotalsAreWrittenInTheOrderTheTableGivesThem)
                      static_cast<unsigned>(mac >> 32) & 255, static_cast<unsigned>(mac >> 24) & 255,
                      static_cast<unsigned>(mac >> 16) & 255, static_cast<unsigned>(mac >> 8) & 255,
                      static_cast<unsigned>(mac) & 255);
-            entries.push_back({first + second, static_cast<unsigned>(mac & 0xfffu), i,
+            entries.push_back({first + second, static_cast<unsigned>(mac & 0xfffu), static_cast<uint64_t>(i),
                                std::string(text) + ",lan," + std::to_string(kib) + ",0\n"});
         }
     }
-    // Every entry has its own place: larger totals first, then lower buckets, then newer.
-    std::sort(entries.begin(), entries.end(), [](const model& a, const model& b) {
-        if (a.total != b.total)
-            return a.total > b.total;
-        if (a.bucket != b.bucket)
-            return a.bucket < b.bucket;
-        return a.inserted > b.inserted;
-    });
-    std::string expected;
-    for (size_t i = 0; i < 8192; ++i)
-        expected += entries[i].line;
+    const std::string expected = hour_file_of(entries);
 
     ruvo_client_mac_usage_save();
 
@@ -1260,27 +1270,13 @@ TEST_F(MacHourly, TotalsThatDifferOnlyInTheirLowestByteMakeTheCutInTheTablesOrde
     // 9,000 address entries whose totals share every byte but the lowest (the byte that
     // decides which entries can make the 8,192-line cut), 200 values among them: the file
     // holds the larger totals first, equal ones by bucket and then from the newest.
-    struct model {
-        uint64_t total;
-        unsigned bucket;
-        uint32_t n;
-    };
-    std::vector<model> entries;
+    std::vector<expected_entry> entries;
     for (uint32_t n = 1; n <= 9000; ++n) {
         const uint64_t first = (uint64_t{5} << 40) + (n * 37u) % 200u;
         ASSERT_NE(insert_mac_usage(0, ten_net(n), TYPE_LAN, 0, first), nullptr);
-        entries.push_back({first, n & 0xfffu, n});
+        entries.push_back({first, n & 0xfffu, n, "*" + ten_net_text(n) + ",lan," + std::to_string(first >> 10) + ",0\n"});
     }
-    std::sort(entries.begin(), entries.end(), [](const model& a, const model& b) {
-        if (a.total != b.total)
-            return a.total > b.total;
-        if (a.bucket != b.bucket)
-            return a.bucket < b.bucket;
-        return a.n > b.n;
-    });
-    std::string expected;
-    for (size_t i = 0; i < 8192; ++i)
-        expected += "*" + ten_net_text(entries[i].n) + ",lan," + std::to_string(entries[i].total >> 10) + ",0\n";
+    const std::string expected = hour_file_of(entries);
 
     ruvo_client_mac_usage_save();
 
