@@ -59,8 +59,8 @@ extern mac_usage_entry* mac_usage_table[MAC_BUCKETS];
 extern int mac_usage_count;
 extern time_t mac_usage_hour;
 
-// Inserts a new entry at the head of its bucket, unless the table is full or memory runs
-// out; returns it or null.
+// Inserts a new entry at the head of its bucket, also when its key is there already, unless
+// the table is full or memory runs out; returns it or null.
 mac_usage_entry* insert_mac_usage(uint64_t mac, uint32_t address, int32_t type, uint64_t second,
                                   uint64_t first);
 // Removes every usage entry (their storage is kept for the next filling, see

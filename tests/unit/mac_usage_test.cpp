@@ -1350,3 +1350,86 @@ TEST_F(MacUsageArp, LargeAndSmallSnapshotsFollowEachOtherWithoutLeftovers)
     for (uint32_t n = 1; n <= 3000; ++n)
         ASSERT_EQ(resolve_mac(ten_net(n)), 0u) << n;
 }
+
+// ---- Finding a client's entry ----
+
+TEST_F(MacUsage, ChangesInAnotherOrderThanTheEntriesWereMadeEachReachTheirOwnEntry)
+{
+    // 700 clients with a MAC each, and three entries without one. The second reading leaves
+    // out the first 300, lists clients 650 to 699, then 649 down to 300, with a second
+    // address of client 650's MAC among them, then the entries without a MAC backwards, and
+    // ten new clients.
+    auto mac_text = [](uint32_t n) {
+        char mac[32];
+        snprintf(mac, sizeof mac, "02:00:00:00:%02x:%02x", (n >> 8) & 255, n & 255);
+        return std::string(mac);
+    };
+    std::string lines;
+    for (uint32_t n = 0; n < 710; ++n)
+        lines += arp(ten_net_text(n).c_str(), "0x2", mac_text(n).c_str(), "br0");
+    lines += arp("192.168.9.1", "0x2", mac_text(650).c_str(), "br0");
+    set_arp(lines);
+    ASSERT_EQ(ruvo_client_mac_usage_prepare(), 0);
+    for (uint32_t n = 0; n < 700; ++n)
+        add(ten_net_text(n).c_str(), TYPE_LAN, 2 * (n + 1), n + 1);
+    add("192.168.9.9", TYPE_PPTP, 10, 20);
+    add("192.168.9.8", TYPE_PPTP, 30, 40);
+    add("192.168.9.9", TYPE_VPN, 50, 60);
+    ruvo_client_mac_usage_finalize();
+
+    set_arp(lines);
+    ASSERT_EQ(ruvo_client_mac_usage_prepare(), 0);
+    std::vector<uint32_t> order;
+    for (uint32_t n = 650; n < 700; ++n)
+        order.push_back(n);
+    for (uint32_t n = 649; n >= 300; --n)
+        order.push_back(n);
+    for (const uint32_t n : order) {
+        add(ten_net_text(n).c_str(), TYPE_LAN, 1, 1);
+        if (n == 655)
+            add("192.168.9.1", TYPE_LAN, 1000, 1000); // the MAC of client 650
+    }
+    add("192.168.9.9", TYPE_VPN, 1, 1);
+    add("192.168.9.8", TYPE_PPTP, 2, 2);
+    add("192.168.9.9", TYPE_PPTP, 3, 3);
+    for (uint32_t n = 700; n < 710; ++n)
+        add(ten_net_text(n).c_str(), TYPE_LAN, 5, 5);
+    ruvo_client_mac_usage_finalize();
+
+    Entries expected;
+    for (uint32_t n = 0; n < 710; ++n) {
+        const uint64_t mac = 0x020000000000ull | n;
+        const uint64_t first = n < 300 ? n + 1 : n < 700 ? n + 2 + (n == 650 ? 1000 : 0) : 5;
+        const uint64_t second = n < 300 ? 2 * (n + 1) : n < 700 ? 2 * (n + 1) + 1 + (n == 650 ? 1000 : 0) : 5;
+        expected.insert(show_entry(mac_usage_entry{mac, 0, TYPE_LAN, second, first, nullptr}));
+    }
+    expected.insert("000000000000 192.168.9.9 3 23 13");
+    expected.insert("000000000000 192.168.9.8 3 42 32");
+    expected.insert("000000000000 192.168.9.9 4 61 51");
+    EXPECT_EQ(table_entries(), expected);
+    EXPECT_EQ(mac_usage_count, 713);
+}
+
+TEST_F(MacUsage, ChangeOfAKeyLoadedTwiceGoesToItsNewerEntry)
+{
+    // The hour file's lines are not merged: the change goes where the bucket's chain meets
+    // the key first, the entry of the later line.
+    make_mac_dir();
+    const time_t hour = local(2024, 3, 5, 14);
+    write_file(mac_dir_file("2024-03-05-14.csv"), "02:00:00:00:00:01,lan,1,1\n"
+                                                  "02:00:00:00:00:02,lan,5,5\n"
+                                                  "02:00:00:00:00:01,lan,2,2\n");
+    ASSERT_EQ(load_mac_hour_file(hour), 0);
+    set_arp(arp("192.168.1.10", "0x2", "02:00:00:00:00:01", "br0") +
+            arp("192.168.1.11", "0x2", "02:00:00:00:00:02", "br0"));
+    ASSERT_EQ(ruvo_client_mac_usage_prepare(), 0);
+    add("192.168.1.10", TYPE_LAN, 1024, 1024);
+    add("192.168.1.11", TYPE_LAN, 1024, 1024);
+    ruvo_client_mac_usage_finalize();
+
+    EXPECT_EQ(table_entries(), (Entries{
+                                   "020000000001 0.0.0.0 1 1024 1024",
+                                   "020000000002 0.0.0.0 1 6144 6144",
+                                   "020000000001 0.0.0.0 1 3072 3072",
+                               }));
+}
