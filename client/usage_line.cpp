@@ -20,6 +20,17 @@ bool parse_value(const char* text, uint64_t* value, const char** end)
     return true;
 }
 
+// The same for a value of which the first readable bytes may be read.
+bool parse_value(const char* text, size_t readable, uint64_t* value, const char** end)
+{
+    bool out_of_range = false;
+    const int64_t v = read_decimal_as_strtoll(text, readable, end, &out_of_range);
+    if (out_of_range || v < 0)
+        return false;
+    *value = static_cast<uint64_t>(v);
+    return true;
+}
+
 } // namespace
 
 bool parse_client_usage_line(const char* line, usage_line* out)
@@ -52,11 +63,14 @@ size_t read_common_usage_line(const char* text, size_t available, size_t room, u
     const char* colon = read_common_address(text, ':', &address);
     if (!colon || decimal_digit(colon[1]) > 9)
         return 0;
-    // The values as parse_client_usage_line reads them: from a digit, strtoll's way.
+    // The values as parse_client_usage_line reads them: from a digit, strtoll's way. The
+    // available bytes and the NUL after them may be read.
+    const char* const limit = text + available + 1;
     uint64_t first = 0, second = 0;
     const char* end = nullptr;
-    if (!parse_value(colon + 1, &first, &end) || *end != '/' || decimal_digit(end[1]) > 9 ||
-        !parse_value(end + 1, &second, &end) || *end != '\n')
+    if (!parse_value(colon + 1, static_cast<size_t>(limit - (colon + 1)), &first, &end) || *end != '/' ||
+        decimal_digit(end[1]) > 9 || !parse_value(end + 1, static_cast<size_t>(limit - (end + 1)), &second, &end) ||
+        *end != '\n')
         return 0;
     const size_t length = static_cast<size_t>(end - text) + 1;
     // The NUL after the available bytes ends every scan above before it, so the line is

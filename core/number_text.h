@@ -107,3 +107,74 @@ void append_signed(std::string& text, int64_t value);
 // range error (*out_of_range). Plain digits, the common case, are read here; anything
 // else (blanks, a sign) is left to strtoll.
 int64_t read_decimal_as_strtoll(const char* text, const char** end, bool* out_of_range);
+
+// Eight digits at a time: the bytes of a text read as one 64-bit number each, whatever the
+// CPU's byte order, for the readers of the kernel's long files.
+namespace eight_digits {
+
+// The eight bytes at p as one number with p[0] as its lowest byte.
+inline uint64_t load(const char* p)
+{
+    uint64_t bytes;
+    memcpy(&bytes, p, sizeof bytes);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    bytes = __builtin_bswap64(bytes);
+#endif
+    return bytes;
+}
+
+// How many of the eight bytes, from the first (the lowest), are decimal digits: 0 to 8.
+inline unsigned leading_digits(uint64_t bytes)
+{
+    // A digit's byte becomes its value (0 to 9) and any other byte something else. Adding
+    // 0x76 to the low seven bits of a byte sets its top bit from 10 on (no carry leaves the
+    // byte), and a byte with its top bit set is no digit either.
+    const uint64_t values = bytes ^ 0x3030303030303030u;
+    const uint64_t not_digits =
+        (((values & 0x7f7f7f7f7f7f7f7fu) + 0x7676767676767676u) | values) & 0x8080808080808080u;
+    return not_digits ? static_cast<unsigned>(__builtin_ctzll(not_digits)) / 8 : 8;
+}
+
+// The value of the first count (1 to 8) bytes, all digits: they are moved to the top, the
+// bytes after them dropped and zeros put before them, and the eight digits are then put
+// together in three steps of multiplications, pairs, then fours, then the eight.
+inline uint32_t value(uint64_t bytes, unsigned count)
+{
+    uint64_t v = (bytes & 0x0f0f0f0f0f0f0f0fu) << (8 * (8 - count));
+    v = (v * 10 + (v >> 8)) & 0x00ff00ff00ff00ffu;
+    v = (v * 100 + (v >> 16)) & 0x0000ffff0000ffffu;
+    return static_cast<uint32_t>((v * 10000 + (v >> 32)) & 0xffffffffu);
+}
+
+inline constexpr uint32_t POWERS_OF_TEN[8] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000};
+
+} // namespace eight_digits
+
+// The same, for a text of which the first `readable` bytes may be read: a number of up to
+// 7 digits where 8 bytes may be read, or of up to 15 where 16 may be, is read eight digits
+// at a time, without a byte looked at on its own; any other as above.
+inline int64_t read_decimal_as_strtoll(const char* text, size_t readable, const char** end, bool* out_of_range)
+{
+    if (readable >= 8) {
+        const uint64_t first = eight_digits::load(text);
+        const unsigned count = eight_digits::leading_digits(first);
+        if (count - 1 < 7) {
+            *out_of_range = false;
+            *end = text + count;
+            return eight_digits::value(first, count);
+        }
+        if (count == 8 && readable >= 16) {
+            const uint64_t second = eight_digits::load(text + 8);
+            const unsigned more = eight_digits::leading_digits(second);
+            if (more < 8) {
+                uint64_t v = eight_digits::value(first, 8);
+                if (more > 0)
+                    v = v * eight_digits::POWERS_OF_TEN[more] + eight_digits::value(second, more);
+                *out_of_range = false;
+                *end = text + 8 + more;
+                return static_cast<int64_t>(v);
+            }
+        }
+    }
+    return read_decimal_as_strtoll(text, end, out_of_range);
+}

@@ -1,9 +1,9 @@
 // The number helpers of the hot writers and readers against the C library: every 8 bytes
 // of the input as an unsigned and as a signed 64-bit value, written by append_unsigned and
 // append_signed and compared with "%llu" and "%lld"; the input as text read by parse_count
-// and compared with strtoull where both accept it, read by read_decimal_as_strtoll and
-// compared with strtoll, and read by address_from_text and compared with inet_aton. Any
-// difference aborts.
+// and compared with strtoull where both accept it, read by read_decimal_as_strtoll (byte by
+// byte, and eight digits at a time) and compared with strtoll, and read by
+// address_from_text and compared with inet_aton. Any difference aborts.
 #include "fuzz_root.h"
 
 #include "core/address_text.h"
@@ -53,7 +53,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     char* stop = nullptr;
     errno = 0;
     const long long expected_decimal = strtoll(text.c_str(), &stop, 10);
-    if (decimal != expected_decimal || stop_here != stop || out_of_range != (errno == ERANGE))
+    const bool range_error = errno == ERANGE;
+    if (decimal != expected_decimal || stop_here != stop || out_of_range != range_error)
+        abort();
+    // So does its reading eight digits at a time, with the text and its NUL readable.
+    stop_here = nullptr;
+    out_of_range = false;
+    if (read_decimal_as_strtoll(text.c_str(), text.size() + 1, &stop_here, &out_of_range) != expected_decimal ||
+        stop_here != stop || out_of_range != range_error)
         abort();
     // address_from_text accepts what inet_aton accepts, with the same address.
     uint32_t address = 0;

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <cstdio>
 #include <limits>
+#include <memory>
 #include <random>
 #include <vector>
 #include <string>
@@ -165,6 +166,76 @@ TEST(NumberText, ReadDecimalAsStrtoll_AroundTheLimitAndWithLeadingZeros)
         ASSERT_EQ(end, stop) << text;
         ASSERT_EQ(out_of_range, errno == ERANGE) << text;
     }
+}
+
+TEST(NumberText, ReadDecimalWithinReadableBytes_SameAsStrtollAndNoByteBeyond)
+{
+    // Numbers of 1 to 20 digits (zeros in front of some), ended in every way, in a buffer of
+    // exactly the readable bytes (so that the address sanitizer sees a byte read beyond
+    // them), whose bytes after the text's NUL are digits that must not be taken.
+    const std::string ends[] = {"/12", "\n", "x", " 5", "", "-1", ":"};
+    std::mt19937_64 random(20261125);
+    size_t read_eight_at_a_time = 0;
+    for (int zeros = 0; zeros <= 2; ++zeros)
+        for (int digits = 1; digits <= 20; ++digits)
+            for (const std::string& after : ends) {
+                std::string text(static_cast<size_t>(zeros), '0');
+                text.push_back(static_cast<char>('1' + random() % 9));
+                while (static_cast<int>(text.size()) < zeros + digits)
+                    text.push_back(static_cast<char>('0' + random() % 10));
+                text += after;
+                char* stop = nullptr;
+                errno = 0;
+                const long long expected = strtoll(text.c_str(), &stop, 10);
+                const bool expected_range_error = errno == ERANGE;
+                const size_t expected_length = static_cast<size_t>(stop - text.c_str());
+                for (size_t readable = text.size() + 1; readable <= text.size() + 20; ++readable) {
+                    std::unique_ptr<char[]> buffer(new char[readable]);
+                    memset(buffer.get(), '7', readable);
+                    memcpy(buffer.get(), text.c_str(), text.size() + 1);
+                    const char* end = nullptr;
+                    bool out_of_range = !expected_range_error;
+                    const int64_t v = read_decimal_as_strtoll(buffer.get(), readable, &end, &out_of_range);
+                    ASSERT_EQ(v, expected) << text << " readable " << readable;
+                    ASSERT_EQ(static_cast<size_t>(end - buffer.get()), expected_length) << text << " readable " << readable;
+                    ASSERT_EQ(out_of_range, expected_range_error) << text << " readable " << readable;
+                    read_eight_at_a_time += zeros + digits <= 15 && readable >= 16;
+                }
+            }
+    EXPECT_GT(read_eight_at_a_time, 0u);
+    // Texts that do not start with a digit, read by strtoll itself.
+    for (const char* text : {" 7", "+8", "-5", "", "x1", "\t12345678901234567", "+123456789012345678"}) {
+        char buffer[40];
+        memset(buffer, '7', sizeof buffer);
+        memcpy(buffer, text, strlen(text) + 1);
+        char* stop = nullptr;
+        const long long expected = strtoll(buffer, &stop, 10);
+        const char* end = nullptr;
+        bool out_of_range = true;
+        EXPECT_EQ(read_decimal_as_strtoll(buffer, sizeof buffer, &end, &out_of_range), expected) << text;
+        EXPECT_EQ(end, stop) << text;
+        EXPECT_FALSE(out_of_range) << text;
+    }
+}
+
+TEST(NumberText, ReadDecimalWithinReadableBytes_LeadingDigitsOfEveryByte)
+{
+    // Every byte value after one to eight digits: only '0' to '9' continue the number.
+    for (int digits = 1; digits <= 8; ++digits)
+        for (int byte = 1; byte < 256; ++byte) {
+            char text[24];
+            memset(text, '3', sizeof text);
+            memcpy(text, "98765432", static_cast<size_t>(digits));
+            text[digits] = static_cast<char>(byte);
+            text[digits + 1] = '\0';
+            char* stop = nullptr;
+            const long long expected = strtoll(text, &stop, 10);
+            const char* end = nullptr;
+            bool out_of_range = true;
+            ASSERT_EQ(read_decimal_as_strtoll(text, sizeof text, &end, &out_of_range), expected) << digits << " " << byte;
+            ASSERT_EQ(end, stop) << digits << " " << byte;
+            ASSERT_FALSE(out_of_range);
+        }
 }
 
 TEST(AddressText, CommonFormReadHere_OtherFormsAsInetAton)
