@@ -102,6 +102,21 @@ TEST(NumberText, AppendIsPrintfForAMillionRandomValues)
     }
 }
 
+TEST(NumberText, WriteUnsignedIsPrintfUpToAHundredMillionAndKeepsToItsRoom)
+{
+    // Every value below 200,000 and every 331st up to past 100,000,000: the digits printf
+    // gives, and nothing written before the place or beyond the room of UNSIGNED_DIGITS_MAX
+    // that the writer is given.
+    char buffer[4 + UNSIGNED_DIGITS_MAX + 24];
+    for (uint64_t v = 0; v < 100001000; v += v < 200000 ? 1 : 331) {
+        memset(buffer, 'x', sizeof buffer);
+        char* const end = write_unsigned(buffer + 4, v);
+        ASSERT_EQ(std::string(buffer + 4, static_cast<size_t>(end - (buffer + 4))), printed_unsigned(v));
+        ASSERT_EQ(std::string(buffer, 4), "xxxx") << v;
+        ASSERT_EQ(std::string(buffer + 4 + UNSIGNED_DIGITS_MAX, 24), std::string(24, 'x')) << v;
+    }
+}
+
 TEST(NumberText, ParseCount_ReadsAsStrtoullAndRefusesWhatItWouldWrap)
 {
     uint64_t v = 0;
