@@ -20,6 +20,8 @@ struct kept_file {
     // The watch on the file's inode while its text holds, -1 when the file is not watched.
     int watch = -1;
     uint64_t version = 0;
+    // The tick (ticks_started) in which the daemon last replaced the file, 0 for none.
+    uint64_t committed_in = 0;
     std::string text;
 };
 
@@ -37,6 +39,19 @@ bool watching = false;
 bool watches_unavailable = false;
 
 uint64_t last_version = 0;
+
+// Ticks started (calls of check_own_files). A file that the daemon replaces tick after tick
+// (the totals) is checked by stat rather than watched: a rename over a watched inode makes
+// the kernel tear down its watch (and queue its events), which costs more than the stat
+// at the commit and the one when the text is next asked for. A file replaced once in a
+// while (a history) is watched, and asked for every tick without a call.
+uint64_t ticks_started = 0;
+
+// Whether the daemon replaced the file in this tick or the one before.
+bool replaced_lately(const kept_file& file)
+{
+    return file.committed_in != 0 && file.committed_in + 1 >= ticks_started;
+}
 
 // Everything that changes a file's content or tells that the path may now name another
 // file: a write or truncation, a change of times, mode or link count (a rename over it, an
@@ -206,6 +221,7 @@ bool same_identity(const file_identity& a, const file_identity& b)
 
 void check_own_files()
 {
+    ++ticks_started;
     if (watching) {
         take_in_events();
         return;
@@ -235,6 +251,13 @@ const std::string* own_file_text(const char* absolute_path, uint64_t* version)
             if (version)
                 *version = it->second.version;
             return &it->second.text;
+        }
+        if (it != kept.end() && replaced_lately(it->second)) {
+            // Checked, not watched: the daemon is likely to replace it again.
+            text = checked_text(absolute_path, mapped, &entry);
+            if (version && entry)
+                *version = entry->version;
+            return text;
         }
         // Watched before it is looked at, so that whatever changes the file from here on
         // is news at the next check.
@@ -268,7 +291,9 @@ bool commit_own_file(atomic_file& out, const char* absolute_path)
     // commit has dropped what was kept of the file before.
     kept_file& file = kept[mapped];
     bool known = false;
-    if (watching) {
+    const bool replaced_before = replaced_lately(file);
+    file.committed_in = ticks_started;
+    if (watching && !replaced_before) {
         const int wd = inotify_add_watch(watches_fd, mapped.c_str(), WATCHED_EVENTS);
         if (wd >= 0 && watch(file, mapped, wd)) {
             file.identity = file_identity();

@@ -12,7 +12,11 @@
 //   that the watches saw since the last tick in one call and drops the texts of the files
 //   concerned, which are read again when next asked for. A kept text is then given
 //   without a single call. The daemon's own replacements during a tick keep their texts
-//   (commit_own_file) and watch the new file.
+//   (commit_own_file) and watch the new file, except a file that it replaced in the tick
+//   before as well (the totals, replaced every tick): that one is checked as below until
+//   a tick passes without its replacement, because a rename over a watched file makes the
+//   kernel tear the watch down, which costs more than the two stats that take its place
+//   (one after the replacement, one when the text is next asked for).
 // - Checked (before the first tick, and where there is no inotify): a text is given while
 //   the file has the identity it had when read (the same device, inode, size, and
 //   modification and change times to the nanosecond: one stat instead of an open, its

@@ -234,6 +234,42 @@ TEST_F(WatchedOwnFiles, AFileReplacedByAnotherWriterOfTheDaemonIsReadAgainAtOnce
     EXPECT_EQ(text_of(HISTORY), "2024-03-06,2,2\n");
 }
 
+TEST_F(WatchedOwnFiles, AFileCommittedTickAfterTickIsLookedAtEachTimeItIsAskedFor)
+{
+    // Committed in two ticks in a row, the file is checked by stat and not watched: an edit
+    // is seen at the next ask, within the tick.
+    write_file("/tmp/.keep", "");
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    commit(HISTORY, "2024-03-05,1,1\n");
+    check_own_files();
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,1,1\n");
+    commit(HISTORY, "2024-03-05,2,2\n");
+    check_own_files();
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,2,2\n");
+    rewrite_in_place(HISTORY, "2024-03-05,8,8\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,8,8\n");
+    replace(HISTORY, "2024-03-06,9,9\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-06,9,9\n");
+}
+
+TEST_F(WatchedOwnFiles, AFileNotCommittedForATickIsWatchedAgain)
+{
+    // A tick without a commit, and the file is watched again when next asked for: given
+    // without a look until the next check, which then sees the edit.
+    write_file("/tmp/.keep", "");
+    write_file(HISTORY, "2024-03-04,10,2\n");
+    commit(HISTORY, "2024-03-05,1,1\n");
+    check_own_files();
+    commit(HISTORY, "2024-03-05,2,2\n");
+    check_own_files();
+    check_own_files();
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,2,2\n");
+    rewrite_in_place(HISTORY, "2024-03-05,8,8\n");
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,2,2\n");
+    check_own_files();
+    EXPECT_EQ(text_of(HISTORY), "2024-03-05,8,8\n");
+}
+
 TEST_F(WatchedOwnFiles, TwoNamesOfOneFileBothSeeAnEdit)
 {
     constexpr const char* OTHER = "/var/run/korel/wan1/usage_history.monthly";
