@@ -9,18 +9,8 @@
 namespace {
 
 // A signed decimal value as strtoll reads it, refusing a negative one: a counter below 0
-// would be taken as a huge unsigned count.
-bool parse_value(const char* text, uint64_t* value, const char** end)
-{
-    bool out_of_range = false;
-    const int64_t v = read_decimal_as_strtoll(text, end, &out_of_range);
-    if (out_of_range || v < 0)
-        return false;
-    *value = static_cast<uint64_t>(v);
-    return true;
-}
-
-// The same for a value of which the first readable bytes may be read.
+// would be taken as a huge unsigned count. readable is how many bytes from text on may be
+// read (0 when only the NUL-terminated text is known: it is then read a byte at a time).
 bool parse_value(const char* text, size_t readable, uint64_t* value, const char** end)
 {
     bool out_of_range = false;
@@ -48,12 +38,12 @@ bool parse_client_usage_line(const char* line, usage_line* out)
     if (!colon)
         return true;
     const char* end = nullptr;
-    if (!parse_value(colon + 1, &out->first, &end))
+    if (!parse_value(colon + 1, 0, &out->first, &end))
         return false;
     if (*end == '/' && end[1] != '\0')
-        return parse_value(end + 1, &out->second, &end);
+        return parse_value(end + 1, 0, &out->second, &end);
     if (*end != '\0')
-        return parse_value(end, &out->second, &end);
+        return parse_value(end, 0, &out->second, &end);
     return true;
 }
 
