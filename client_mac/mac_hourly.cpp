@@ -122,22 +122,27 @@ struct save_key {
 // One pass over the keys counts the bytes of all eight places at once (eight tallies that do
 // not wait on one another, where a tally per pass waits on its own last increment whenever
 // keys share a byte); a place whose byte is the same in every key is then passed over, so a
-// table whose totals stay below 2^40 is scattered 5 times at most. Returns where the sorted
-// keys are: keys or scratch, of the same size; count is below 2^32 (the table holds at most
-// MAC_USAGE_MAX entries). A radix sort rather than a comparison sort: the order is the same,
-// but 16,384 entries cost some 230,000 comparisons, of which every other one is a branch the
-// CPU cannot predict.
-save_key* sort_by_total(save_key* keys, save_key* scratch, size_t count)
+// table whose totals stay below 2^40 is scattered 5 times at most. The places above the
+// highest byte of any total are 0xff in every key, so they are not even counted: an hour's
+// totals rarely reach 2^40 (a TiB), and the counting is then 5 places a key instead of 8.
+// largest_bits is the OR of all totals. Returns where the sorted keys are: keys or scratch,
+// of the same size; count is below 2^32 (the table holds at most MAC_USAGE_MAX entries). A
+// radix sort rather than a comparison sort: the order is the same, but 16,384 entries cost
+// some 230,000 comparisons, of which every other one is a branch the CPU cannot predict.
+save_key* sort_by_total(save_key* keys, save_key* scratch, size_t count, uint64_t largest_bits)
 {
     if (count == 0)
         return keys;
+    unsigned places = 1;
+    while (places < 8 && (largest_bits >> (8 * places)) != 0)
+        ++places;
     uint32_t tally[8][256] = {};
     for (size_t i = 0; i < count; ++i) {
         const uint64_t key = ~keys[i].total;
-        for (unsigned place = 0; place < 8; ++place)
+        for (unsigned place = 0; place < places; ++place)
             ++tally[place][(key >> (8 * place)) & 0xff];
     }
-    for (unsigned place = 0; place < 8; ++place) {
+    for (unsigned place = 0; place < places; ++place) {
         const unsigned shift = 8 * place;
         uint32_t* const start = tally[place];
         if (start[(~keys[0].total >> shift) & 0xff] == count)
@@ -179,14 +184,17 @@ void ruvo_client_mac_usage_save()
             return;
     }
     size_t count = 0;
+    uint64_t largest_bits = 0;
     for (const mac_usage_entry* head : mac_usage_table)
-        for (const mac_usage_entry* e = head; e && count < capacity; e = e->next)
+        for (const mac_usage_entry* e = head; e && count < capacity; e = e->next) {
             keys[count++] = save_key{total(*e), e};
+            largest_bits |= keys[count - 1].total;
+        }
     // Larger totals first, and entries with equal totals in the order in which they were
     // gathered: the order the files have always had (the C library's stable merge sort gave
     // it before), so that the same table always gives the same file and which entries make
     // the 8192-line cut does not change.
-    const save_key* sorted = count > 1 ? sort_by_total(keys, keys + capacity, count) : keys;
+    const save_key* sorted = count > 1 ? sort_by_total(keys, keys + capacity, count, largest_bits) : keys;
     const size_t lines = count < static_cast<size_t>(LINES_MAX) ? count : static_cast<size_t>(LINES_MAX);
     std::string name = mac_hour_name(mac_usage_hour);
     atomic_file out(TEMPORARY);

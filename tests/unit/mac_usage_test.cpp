@@ -949,6 +949,23 @@ TEST_F(MacHourly, TotalsThatDifferInAnyOfTheirBytesAreOrderedAsNumbers)
                                                             "02:00:00:00:00:06,lan,1,0\n");
 }
 
+TEST_F(MacHourly, ATotalThatFirstReachesAByteAboveTheOthersIsOrderedByIt)
+{
+    make_mac_dir();
+    mac_usage_hour = local(2024, 3, 5, 14);
+    // The largest total, 2^24, is the only one with its fourth byte set; below it, totals
+    // whose lower three bytes are larger than its own (all 0).
+    insert_mac_usage(0x020000000001ull, 0, TYPE_LAN, 0, uint64_t{1} << 16);
+    insert_mac_usage(0x020000000002ull, 0, TYPE_LAN, 0, (uint64_t{1} << 24) - 1024);
+    insert_mac_usage(0x020000000003ull, 0, TYPE_LAN, 0, uint64_t{1} << 24);
+    insert_mac_usage(0x020000000004ull, 0, TYPE_LAN, 0, 3072);
+    ruvo_client_mac_usage_save();
+    EXPECT_EQ(read_file(mac_dir_file("2024-03-05-14.csv")), "02:00:00:00:00:03,lan,16384,0\n"
+                                                            "02:00:00:00:00:02,lan,16383,0\n"
+                                                            "02:00:00:00:00:01,lan,64,0\n"
+                                                            "02:00:00:00:00:04,lan,3,0\n");
+}
+
 TEST_F(MacHourly, OnlyThe8192LargestEntriesAreWritten)
 {
     make_mac_dir();
