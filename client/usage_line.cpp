@@ -13,7 +13,8 @@ namespace {
 // read (0 when only the NUL-terminated text is known: it is then read a byte at a time).
 // Always inlined, as the reader under it: the kernel file's reader then reads its values
 // eight digits at a time without a call or a test of the count per value.
-__attribute__((always_inline)) inline bool parse_value(const char* text, size_t readable, uint64_t* value, const char** end)
+__attribute__((always_inline)) inline bool parse_value(const char* text, size_t readable, uint64_t* value,
+                                                       const char** end)
 {
     bool out_of_range = false;
     const int64_t v = read_decimal_as_strtoll(text, readable, end, &out_of_range);

@@ -119,16 +119,16 @@ struct save_key {
 
 // Sorts the keys by total, larger first, and entries with equal totals in the order they
 // are given: a stable radix sort, least significant byte first, on the complemented totals.
-// One pass over the keys counts the bytes of all eight places at once (eight tallies that do
-// not wait on one another, where a tally per pass waits on its own last increment whenever
-// keys share a byte); a place whose byte is the same in every key is then passed over, so a
-// table whose totals stay below 2^40 is scattered 5 times at most. The places above the
-// highest byte of any total are 0xff in every key, so they are not even counted: an hour's
-// totals rarely reach 2^40 (a TiB), and the counting is then 5 places a key instead of 8.
-// largest_bits is the OR of all totals. Returns where the sorted keys are: keys or scratch,
-// of the same size; count is below 2^32 (the table holds at most MAC_USAGE_MAX entries). A
-// radix sort rather than a comparison sort: the order is the same, but 16,384 entries cost
-// some 230,000 comparisons, of which every other one is a branch the CPU cannot predict.
+// Only the places up to the highest byte of the largest total (largest_bits, the OR of all
+// totals) are looked at: above it every key's byte is 0xff. One pass over the keys counts
+// the bytes of those places at once (tallies that do not wait on one another, where a tally
+// per pass waits on its own last increment whenever keys share a byte); a place whose byte
+// is the same in every key is then passed over, so a table whose totals stay below 2^40 (an
+// hour's nearly always do) is counted in 5 places and scattered 5 times at most. Returns
+// where the sorted keys are: keys or scratch, of the same size; count is below 2^32 (the
+// table holds at most MAC_USAGE_MAX entries). A radix sort rather than a comparison sort:
+// the order is the same, but 16,384 entries cost some 230,000 comparisons, of which every
+// other one is a branch the CPU cannot predict.
 save_key* sort_by_total(save_key* keys, save_key* scratch, size_t count, uint64_t largest_bits)
 {
     if (count == 0)
@@ -187,8 +187,9 @@ void ruvo_client_mac_usage_save()
     uint64_t largest_bits = 0;
     for (const mac_usage_entry* head : mac_usage_table)
         for (const mac_usage_entry* e = head; e && count < capacity; e = e->next) {
-            keys[count++] = save_key{total(*e), e};
-            largest_bits |= keys[count - 1].total;
+            const uint64_t t = total(*e);
+            keys[count++] = save_key{t, e};
+            largest_bits |= t;
         }
     // Larger totals first, and entries with equal totals in the order in which they were
     // gathered: the order the files have always had (the C library's stable merge sort gave

@@ -154,8 +154,10 @@ inline constexpr uint32_t POWERS_OF_TEN[8] = {1, 10, 100, 1000, 10000, 100000, 1
 // 7 digits where 8 bytes may be read, or of up to 15 where 16 may be, is read eight digits
 // at a time, without a byte looked at on its own; any other as above. Always inlined, so
 // that a caller's known count of readable bytes (0 for a text known only to its NUL) picks
-// the path at compile time: as one shared copy it cost the kernel file's reader 4 % more.
-__attribute__((always_inline)) inline int64_t read_decimal_as_strtoll(const char* text, size_t readable, const char** end, bool* out_of_range)
+// the path at compile time: as one shared copy it cost a call and a test of the count for
+// every value of the kernel's client counter file (2 % of a tick at 16,384 clients).
+__attribute__((always_inline)) inline int64_t read_decimal_as_strtoll(const char* text, size_t readable,
+                                                                  const char** end, bool* out_of_range)
 {
     if (readable >= 8) {
         const uint64_t first = eight_digits::load(text);
